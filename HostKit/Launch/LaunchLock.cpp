@@ -1,0 +1,21 @@
+#include <HostKit/LaunchLock.h>
+
+#include "ApplicationFolder.h"
+#include "FileLock.h"
+
+namespace HostKit {
+
+LaunchLock::LaunchLock(std::chrono::milliseconds patience)
+    : file(std::make_unique<FileLock>(
+        FileLock::take(applicationFolder() + QLatin1String("/launch.lock"), patience)))
+{
+}
+
+LaunchLock::~LaunchLock() = default;
+
+bool LaunchLock::isTaken() const
+{
+    return file->isTaken();
+}
+
+} // namespace HostKit

@@ -1,0 +1,47 @@
+#include <Logger/Logger.h>
+
+#include <TrvUtilities/Logging.h>
+
+#include <QtCore/QString>
+
+namespace {
+
+using torvane::LogLevel;
+
+LogLevel levelOf(QtMsgType type)
+{
+    switch (type) {
+    case QtDebugMsg:
+        return LogLevel::Debug;
+    case QtInfoMsg:
+        return LogLevel::Info;
+    case QtWarningMsg:
+        return LogLevel::Warning;
+    case QtCriticalMsg:
+        return LogLevel::Error;
+    case QtFatalMsg:
+        break;
+    }
+    return LogLevel::Fatal;
+}
+
+void passOn(QtMsgType type, const QMessageLogContext& /*context*/, const QString& message)
+{
+    const LogLevel level = levelOf(type);
+    if (torvane::GetLoggerLevel() > level)
+        return;
+    if (const auto& sink = torvane::GetLoggerDelegate())
+        sink(level, message.toStdWString());
+}
+
+} // namespace
+
+namespace Logger {
+
+/* Caught messages go to the log sink; otherwise Qt writes them where it does by default. */
+void setQtDebugCatchingOn(bool on)
+{
+    qInstallMessageHandler(on ? passOn : nullptr);
+}
+
+} // namespace Logger

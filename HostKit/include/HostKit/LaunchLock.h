@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QtCore/QtGlobal>
+
+#include <chrono>
+#include <memory>
+
+namespace HostKit {
+
+class FileLock;
+
+/*!
+    Holds the launches of one application apart while they decide which is the master.
+
+    Two first launches that overlap can both become master, since the settings by which they find
+    each other are locked by nobody. An application that holds this lock around
+    startSingleInstance() cannot be one of them:
+
+    \code
+    const HostKit::LaunchLock lock;
+    const SingleInstanceState state = startSingleInstance();
+    \endcode
+
+    Build it after the application object, whose organisation and application name tell whose lock
+    it is. The lock is a file in the user's own configuration; the kernel releases it when its
+    holder dies, so that a crash delays nobody.
+*/
+class LaunchLock {
+public:
+    /*!
+        Waits up to \a patience for the lock, in the calling thread. Go on without it if it was not
+        taken: an application that starts twice is better than one that does not start.
+    */
+    explicit LaunchLock(std::chrono::milliseconds patience = std::chrono::seconds(10));
+
+    /*! Releases the lock, if it was taken. */
+    ~LaunchLock();
+
+    Q_DISABLE_COPY_MOVE(LaunchLock)
+
+    /*! Returns whether this object holds the lock. */
+    bool isTaken() const;
+
+private:
+    std::unique_ptr<FileLock> file;
+};
+
+} // namespace HostKit

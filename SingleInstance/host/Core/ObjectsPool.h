@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QtCore/QString>
+
+#include <utility>
+
+class QObject;
+
+namespace Core {
+
+/*!
+    The host's registry of named objects, one per process.
+
+    The library enters the master's controller here. An entry has to go when its object is
+    destroyed, so that take() never yields a dangling pointer.
+*/
+class ObjectsPool {
+public:
+    /*! An object twice: untyped, and as the QObject that tells when it is destroyed. */
+    using Entry = std::pair<void*, QObject*>;
+
+    /*! Returns the process-wide registry, which lives as long as the process. */
+    static ObjectsPool& getInstance();
+
+    /*! Returns the entry called \a name, or two null pointers. The library passes false. */
+    Entry find(const QString& name, bool flag) const;
+
+    /*! Stores \a entry as \a name; returns whether it did. Owns nothing. The library passes true. */
+    bool add(const Entry& entry, const QString& name, bool flag);
+
+    /*! Removes the entry called \a name and returns it, or two null pointers. The library passes
+        false. */
+    Entry take(const QString& name, bool flag);
+};
+
+} // namespace Core

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QtCore/QString>
+#include <QtCore/QVariant>
+
+namespace Core {
+
+/*!
+    The host's persistent settings, shared by all its processes.
+
+    The library keeps the master's port and process id here. What one process writes another must
+    read right away, and both functions are called from more than one thread.
+*/
+class Settings {
+public:
+    /*! Returns the process-wide store, which lives as long as the process. */
+    static Settings* getInstance();
+
+    /*! Returns the value of \a key in \a group, or \a defaultValue if there is none. */
+    QVariant getValue(const QString& group, const QString& key, const QVariant& defaultValue) const;
+
+    /*! Sets \a key in \a group to \a value. The library passes true as the last argument. */
+    void setValue(const QString& group, const QString& key, const QVariant& value, bool flag);
+};
+
+} // namespace Core

@@ -1,0 +1,11 @@
+#pragma once
+
+namespace Logger {
+
+/*!
+    Lets the host's logger catch Qt's own messages, or no longer. The library calls it with false
+    before it ends the process on a broken precondition.
+*/
+void setQtDebugCatchingOn(bool on);
+
+} // namespace Logger

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace torvane {
+
+/*! The level of a log line. The library writes Debug, Info, Warning and Fatal. */
+enum class LogLevel : int {
+    Trace = 0,
+    Debug = 1,
+    Info = 2,
+    Warning = 3,
+    Error = 4,
+    Fatal = 5,
+    Off = 6 //!< as a threshold: no line passes
+};
+
+/*! Returns the threshold: lines below it are not written. Called from any thread, for each line. */
+LogLevel GetLoggerLevel();
+
+/*!
+    Returns the sink that takes each line, without a line break; it may be empty. Called from any
+    thread; the sink itself is called from any thread, too.
+*/
+const std::function<void(LogLevel, const std::wstring&)>& GetLoggerDelegate();
+
+} // namespace torvane

@@ -1,0 +1,31 @@
+#include "Foreground.h"
+
+#include "DesktopWindows.h"
+#include "SettingsSlot.h"
+
+namespace SingleInstance {
+
+namespace {
+
+/* Called for each window, topmost first. Returns whether to go on. */
+BOOL CALLBACK activateIfMasterWindow(HWND window, LPARAM context)
+{
+    const auto masterPid = static_cast<DWORD>(context);
+    DWORD owner = ~masterPid; // stays if the window is gone by now, and never matches
+    GetWindowThreadProcessId(window, &owner);
+    if (owner != masterPid)
+        return TRUE;
+    SetForegroundWindow(window);
+    return FALSE;
+}
+
+} // namespace
+
+void bringMasterToForeground()
+{
+    const DWORD masterPid = readMasterPid();
+    const HDESK desktop = GetThreadDesktop(GetCurrentThreadId());
+    EnumDesktopWindows(desktop, activateIfMasterWindow, static_cast<LPARAM>(masterPid));
+}
+
+} // namespace SingleInstance

@@ -1,0 +1,132 @@
+#include "Receiver.h"
+
+#include "LogBridge.h"
+#include "MessageFormat.h"
+
+#include <Core/Invokator.h>
+
+namespace SingleInstance {
+
+using torvane::LogLevel;
+
+namespace {
+
+/*
+ * One accepted connection. All sizes are exact: two bytes for the prefix, then only what the body
+ * lacks, so that bytes behind the message are never read.
+ */
+class Receiver : public QObject {
+public:
+    Receiver(std::unique_ptr<QTcpSocket> socket, std::shared_ptr<MessageCallback> messageCallback,
+             QObject* parent);
+    ~Receiver() override;
+
+private:
+    void readMessage();
+    bool readSize();
+    void parseMessage();
+    void closeConnection();
+    void append(qint64 size) { receivedData.append(socket->read(size)); }
+    qint64 missing() const { return qint64(messageSize) - receivedData.size(); }
+
+    QByteArray receivedData;
+    quint16 messageSize = 0; // 0 until the prefix has been read
+    std::unique_ptr<QTcpSocket> socket;
+    std::shared_ptr<MessageCallback> messageCallback;
+};
+
+Receiver::Receiver(std::unique_ptr<QTcpSocket> acceptedSocket,
+                   std::shared_ptr<MessageCallback> callback, QObject* parent)
+    : QObject(parent)
+    , socket(std::move(acceptedSocket))
+    , messageCallback(std::move(callback))
+{
+    if (!socket)
+        fatalError("Receiver cannot work with a null socket!");
+    socket->setParent(nullptr); // the server owned it
+    connect(socket.get(), &QAbstractSocket::disconnected, this, &Receiver::closeConnection);
+    connect(socket.get(), &QIODevice::readyRead, this, &Receiver::readMessage);
+    if (socket->bytesAvailable() >= prefixSize)
+        Core::Invokator::invokeInCurrentThread([this] { readMessage(); }, this);
+}
+
+Receiver::~Receiver()
+{
+    socket->close();
+}
+
+void Receiver::readMessage()
+{
+    // The first read may have been queued and overtaken by a readyRead that completed the message:
+    // a second pass would hand the list on twice. The end of a message closes the socket.
+    if (!socket->isOpen())
+        return;
+    append(messageSize == 0 ? qint64(prefixSize) : missing());
+    if (messageSize == 0 && !readSize())
+        return;
+    if (missing() > 0)
+        return;
+    logLine(LogLevel::Debug, "reading message of ", messageSize, " byte(s) completed.");
+    parseMessage();
+    closeConnection();
+}
+
+/*
+ * Takes the prefix off the data and reads what there is of the body. Returns whether the size is
+ * known now.
+ */
+bool Receiver::readSize()
+{
+    if (receivedData.isEmpty()) {
+        logLine(LogLevel::Warning, "cannot read invalid message, received data size is 0.");
+        closeConnection();
+        return false;
+    }
+    if (receivedData.size() < prefixSize)
+        return false;
+    const quint16 announced = bodySize(receivedData);
+    receivedData.remove(0, prefixSize);
+    if (announced == 0) {
+        logLine(LogLevel::Warning, "cannot read invalid message, received message size is 0.");
+        closeConnection();
+        return false;
+    }
+    messageSize = announced;
+    logLine(LogLevel::Debug, "reading message of ", messageSize, " byte(s).");
+    if (socket->bytesAvailable() >= prefixSize)
+        append(missing());
+    return true;
+}
+
+void Receiver::parseMessage()
+{
+    if (!messageCallback || !*messageCallback)
+        return;
+    QStringList arguments;
+    const QDataStream::Status status = unpackArguments(receivedData, arguments);
+    if (status != QDataStream::Ok) {
+        logLine(LogLevel::Warning, "invalid message received, stream status: ",
+                [status] { return static_cast<int>(status); });
+        return;
+    }
+    logLine(LogLevel::Info, "message received: ",
+            [&arguments] { return arguments.join(QLatin1Char(' ')); });
+    (*messageCallback)(arguments);
+}
+
+void Receiver::closeConnection()
+{
+    socket->close(); // may report the disconnection at once and come back here, which is harmless
+    deleteLater();
+}
+
+} // namespace
+
+void receiveMessage(std::unique_ptr<QTcpSocket> socket,
+                    std::shared_ptr<MessageCallback> messageCallback, QObject* parent)
+{
+    // Owned by itself until it is done, and by its parent.
+    new Receiver(std::move(socket), std::move(messageCallback), parent);
+}
+
+} // namespace SingleInstance

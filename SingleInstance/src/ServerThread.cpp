@@ -1,0 +1,115 @@
+#include "ServerThread.h"
+
+#include "AcceptGate.h"
+#include "LogBridge.h"
+#include "Receiver.h"
+#include "SettingsSlot.h"
+
+#include <QtNetwork/QHostAddress>
+#include <QtNetwork/QTcpServer>
+
+namespace SingleInstance {
+
+using torvane::LogLevel;
+
+namespace {
+
+bool listenOnLoopback(QTcpServer& server)
+{
+    if (server.listen(QHostAddress(QHostAddress::LocalHostIPv6), 0)) {
+        logLine(LogLevel::Info, "the server has started listening on IPv6.");
+        return true;
+    }
+    if (server.listen(QHostAddress(QHostAddress::LocalHost), 0)) {
+        logLine(LogLevel::Info, "the server has started listening on IPv4.");
+        return true;
+    }
+    return false;
+}
+
+bool slotHolds(quint16 expected)
+{
+    if (readMasterPort() == expected)
+        return true;
+    logLine(LogLevel::Info,
+            "someone occupy the port's slot - other server started, stopping this server.");
+    return false;
+}
+
+/*
+ * The slot is locked by nobody. A value that changed while the server opened, or that did not stay
+ * after it was written, means that another process is becoming master at this moment. A value that
+ * did not change may be one that a crash left behind.
+ */
+bool claimSlot(quint16 portBefore, quint16 port)
+{
+    if (!slotHolds(portBefore))
+        return false;
+    writeMasterPort(port);
+    return slotHolds(port);
+}
+
+void serve(QTcpServer& server, const std::shared_ptr<MessageCallback>& messageCallback)
+{
+    std::unique_ptr<QTcpSocket> socket(server.nextPendingConnection());
+    if (socket)
+        receiveMessage(std::move(socket), messageCallback, &server);
+}
+
+class ServerThread : public QThread {
+public:
+    ServerThread(std::function<void(bool)> started,
+                 std::function<void(const QStringList&)> received)
+        : startedCallback(std::move(started))
+        , messageCallback(std::move(received))
+    {
+    }
+
+private:
+    void run() override;
+    void report(bool ok);
+
+    std::function<void(bool)> startedCallback;
+    std::function<void(const QStringList&)> messageCallback;
+};
+
+void ServerThread::run()
+{
+    const quint16 portBefore = readMasterPort();
+    const auto sharedCallback = std::make_shared<MessageCallback>(std::move(messageCallback));
+    QTcpServer server;
+    connect(
+        &server, &QTcpServer::newConnection, &server,
+        [server = &server, sharedCallback] { serve(*server, sharedCallback); },
+        Qt::DirectConnection);
+
+    const bool ok = listenOnLoopback(server) && claimSlot(portBefore, server.serverPort());
+    if (ok)
+        keepDescriptorsFree(server);
+    report(ok);
+    if (ok)
+        QThread::run();
+
+    // Deliberately no scope guard: a terminated thread unwinds its stack, and must leave its port.
+    if (readMasterPort() == server.serverPort())
+        writeMasterPort(0);
+    server.close();
+}
+
+void ServerThread::report(bool ok)
+{
+    if (startedCallback)
+        startedCallback(ok);
+    startedCallback = nullptr;
+}
+
+} // namespace
+
+std::unique_ptr<QThread>
+makeServerThread(std::function<void(bool)> startedCallback,
+                 std::function<void(const QStringList&)> messageCallback)
+{
+    return std::make_unique<ServerThread>(std::move(startedCallback), std::move(messageCallback));
+}
+
+} // namespace SingleInstance

@@ -1,0 +1,240 @@
+#include "SingleInstanceController.h"
+
+#include "DesktopWindows.h"
+#include "Foreground.h"
+#include "LogBridge.h"
+#include "MessageFormat.h"
+#include "MessageSender.h"
+#include "ServerThread.h"
+#include "SettingsSlot.h"
+
+#include <Core/ObjectsPool.h>
+
+#include <QtCore/QCoreApplication>
+
+#include <atomic>
+
+using SingleInstance::SingleInstanceController;
+
+static_assert(sizeof(SingleInstanceState) == sizeof(int));
+
+namespace SingleInstance {
+
+using torvane::LogLevel;
+
+namespace {
+
+constexpr unsigned long quitTimeout = 10000; // ms
+
+SingleInstanceState currentState; // written by start() and stop() alone
+
+QString registryKey()
+{
+    return QString::fromLatin1(SingleInstanceController::staticMetaObject.className());
+}
+
+SingleInstanceController* controllerOf(const Core::ObjectsPool::Entry& entry)
+{
+    return static_cast<SingleInstanceController*>(entry.first);
+}
+
+/* Without arguments there is still something to hand over: a single space. */
+QStringList argumentsToHandOver()
+{
+    QStringList arguments = QCoreApplication::arguments().mid(1);
+    if (arguments.isEmpty())
+        arguments.append(QStringLiteral(" "));
+    return arguments;
+}
+
+void finishAsSecondary(const QStringList& arguments)
+{
+    logLine(LogLevel::Info, "command line arguments were transferred to the master: ",
+            [&arguments] { return arguments.join(QLatin1Char(' ')); });
+    bringMasterToForeground();
+}
+
+/* From here on the registry and the application's end hold the controller. */
+void finishAsMaster(std::unique_ptr<SingleInstanceController> owner)
+{
+    SingleInstanceController* const controller = owner.release();
+    QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, controller,
+                     &QObject::deleteLater);
+    Core::ObjectsPool::getInstance().add({controller, controller}, registryKey(), true);
+    logLine(LogLevel::Info, "started.");
+}
+
+} // namespace
+
+/*
+ * The class is exported whole, but the compiler leaves out inline members that nothing here calls.
+ */
+QT_WARNING_PUSH
+QT_WARNING_DISABLE_DEPRECATED
+namespace {
+[[gnu::used]] constexpr decltype(&SingleInstanceController::tr) inlineMembers[] = {
+    &SingleInstanceController::tr,
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    &SingleInstanceController::trUtf8,
+#endif
+};
+} // namespace
+QT_WARNING_POP
+
+SingleInstanceController::SingleInstanceController() = default;
+
+SingleInstanceController::~SingleInstanceController()
+{
+    stopMaster();
+}
+
+SingleInstanceState SingleInstanceController::start()
+{
+    logLine(LogLevel::Info, "starting.");
+    const auto entry = Core::ObjectsPool::getInstance().find(registryKey(), false);
+    if (auto* const registered = controllerOf(entry)) {
+        logLine(LogLevel::Warning, "other instance of the controller found while starting.");
+        return currentState = registered->isMasterProcess() ? SingleInstanceStateMaster
+                                                            : SingleInstanceStateFailed;
+    }
+
+    const QStringList arguments = argumentsToHandOver();
+    const QByteArray message = packArguments(arguments);
+    if (message.size() > longestBody) {
+        logLine(LogLevel::Warning, "command line arguments sequence is too long (",
+                static_cast<int>(message.size()), " bytes)!");
+        return currentState = SingleInstanceStateFailed;
+    }
+
+    std::unique_ptr<SingleInstanceController> controller(new SingleInstanceController);
+    const auto arbitrate = [&controller, &message] {
+        if (controller->notifyMaster(message))
+            return SingleInstanceStateSecondary;
+        if (controller->startMaster())
+            return SingleInstanceStateMaster;
+        logLine(LogLevel::Debug,
+                "cannot start master so try to send command line arguments again.");
+        if (controller->notifyMaster(message))
+            return SingleInstanceStateSecondary;
+        logLine(LogLevel::Debug,
+                "cannot send command line arguments so try to start master one more time.");
+        if (controller->startMaster())
+            return SingleInstanceStateMaster;
+        logLine(LogLevel::Info, "cannot start master so give up.");
+        return SingleInstanceStateFailed;
+    };
+    const SingleInstanceState state = arbitrate();
+    if (state == SingleInstanceStateSecondary)
+        finishAsSecondary(arguments);
+    if (state == SingleInstanceStateMaster)
+        finishAsMaster(std::move(controller));
+    return currentState = state; // only then a controller that serves nothing is destroyed
+}
+
+SingleInstanceState SingleInstanceController::stop()
+{
+    logLine(LogLevel::Info, "stopping.");
+    const auto entry = Core::ObjectsPool::getInstance().take(registryKey(), false);
+    const std::unique_ptr<SingleInstanceController> controller(controllerOf(entry));
+    if (controller) {
+        controller->stopMaster();
+        logLine(LogLevel::Info, "stopped.");
+    } else {
+        logLine(LogLevel::Info, "no instance found, nothing to stop.");
+    }
+    return currentState = SingleInstanceStateInactive;
+}
+
+SingleInstanceState SingleInstanceController::getState()
+{
+    return currentState;
+}
+
+bool SingleInstanceController::isMasterProcess()
+{
+    return serverThread && serverThread->isRunning();
+}
+
+bool SingleInstanceController::startMaster()
+{
+    logLine(LogLevel::Info, "starting the master.");
+    if (isMasterProcess()) {
+        logLine(LogLevel::Info, "the master is already started.");
+        return true;
+    }
+
+    std::atomic<bool> started = false; // outlives its use: the thread reports before it serves
+    auto thread = makeServerThread(
+        [&started](bool ok) { started = ok; },
+        [this](const QStringList& arguments) {
+            {
+                const std::lock_guard<std::mutex> lock(messagesMutex);
+                messages.append(arguments);
+            }
+            emit messageReceived(); // unlocked, for a slot may take the list right here
+        });
+    thread->start();
+    while (thread->isRunning() && !started)
+        QThread::yieldCurrentThread();
+    if (!started) {
+        logLine(LogLevel::Warning, "failed to start server.");
+        return false;
+    }
+    serverThread = std::move(thread);
+    writeMasterPid(GetCurrentProcessId());
+    logLine(LogLevel::Info, "the master is started.");
+    return true;
+}
+
+void SingleInstanceController::stopMaster()
+{
+    if (!serverThread)
+        return;
+    logLine(LogLevel::Info, "stopping the master.");
+    if (serverThread->isRunning()) {
+        serverThread->quit();
+        if (!serverThread->wait(quitTimeout)) {
+            logLine(LogLevel::Warning, "master thread closing too long so terminate it...");
+            serverThread->terminate();
+            serverThread->wait();
+        }
+    }
+    serverThread.reset();
+    logLine(LogLevel::Info, "the master is stopped.");
+}
+
+bool SingleInstanceController::notifyMaster(const QByteArray& message)
+{
+    return sendToMaster(message);
+}
+
+QList<QStringList> SingleInstanceController::peekMessages()
+{
+    const std::lock_guard<std::mutex> lock(messagesMutex);
+    return messages;
+}
+
+QList<QStringList> SingleInstanceController::takeMessages()
+{
+    QList<QStringList> taken;
+    const std::lock_guard<std::mutex> lock(messagesMutex);
+    taken.swap(messages);
+    return taken;
+}
+
+} // namespace SingleInstance
+
+SingleInstanceState startSingleInstance()
+{
+    return SingleInstanceController::start();
+}
+
+SingleInstanceState stopSingleInstance()
+{
+    return SingleInstanceController::stop();
+}
+
+SingleInstanceState getSingleInstanceState()
+{
+    return SingleInstanceController::getState();
+}
