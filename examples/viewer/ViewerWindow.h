@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QtWidgets/QMainWindow>
+
+class QLabel;
+class QTabWidget;
+
+/*!
+    The one window: a tab for each file, and above them a notice about what could not be shown.
+*/
+class ViewerWindow : public QMainWindow {
+    Q_OBJECT
+
+public:
+    ViewerWindow();
+
+    /*!
+        Opens each absolute path among \a arguments in a tab, the last one in front; a file that is
+        open already is read again. Other arguments are none of ours. Problems go to the notice.
+
+        May be called again from the event loop of a question that it asks.
+    */
+    void open(const QStringList& arguments);
+
+    /*! Shows \a text in the notice, below what it says already. */
+    void tell(const QString& text);
+
+    /*! Restores the window if it is minimised and asks for it to be in front. */
+    void present();
+
+private:
+    void openFile(const QString& path);
+    void showText(const QString& path, const QString& text);
+    bool isWanted(const QString& path);
+    void chooseFiles();
+
+    QLabel* notice;
+    QTabWidget* tabs;
+};
