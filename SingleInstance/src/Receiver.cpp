@@ -33,6 +33,7 @@ private:
     quint16 messageSize = 0; // 0 until the prefix has been read
     std::unique_ptr<QTcpSocket> socket;
     std::shared_ptr<MessageCallback> messageCallback;
+    bool finished = false; // whatever still comes is ignored
 };
 
 Receiver::Receiver(std::unique_ptr<QTcpSocket> acceptedSocket,
@@ -58,8 +59,8 @@ Receiver::~Receiver()
 void Receiver::readMessage()
 {
     // The first read may have been queued and overtaken by a readyRead that completed the message:
-    // a second pass would hand the list on twice. The end of a message closes the socket.
-    if (!socket->isOpen())
+    // a second pass would hand the list on twice.
+    if (finished)
         return;
     append(messageSize == 0 ? qint64(prefixSize) : missing());
     if (messageSize == 0 && !readSize())
@@ -67,6 +68,9 @@ void Receiver::readMessage()
     if (missing() > 0)
         return;
     logLine(LogLevel::Debug, "reading message of ", messageSize, " byte(s) completed.");
+    // A slot in this thread may run an event loop of its own. Nothing may come back in from there.
+    finished = true;
+    socket->disconnect(this);
     parseMessage();
     closeConnection();
 }
@@ -116,6 +120,7 @@ void Receiver::parseMessage()
 
 void Receiver::closeConnection()
 {
+    finished = true;
     socket->close(); // may report the disconnection at once and come back here, which is harmless
     deleteLater();
 }
