@@ -238,3 +238,5 @@ SingleInstanceState getSingleInstanceState()
 {
     return SingleInstanceController::getState();
 }
+
+#include "moc_SingleInstanceController.cpp"

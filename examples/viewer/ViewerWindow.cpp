@@ -104,6 +104,13 @@ void ViewerWindow::tell(const QString& text)
     notice->show();
 }
 
+void ViewerWindow::openFromOtherLaunch(const QStringList& arguments)
+{
+    present();
+    open(arguments);
+}
+
+/* Also brings the window back when it was closed while a launch was handing over. */
 void ViewerWindow::present()
 {
     setWindowState(windowState() & ~Qt::WindowMinimized);

@@ -22,13 +22,14 @@ public:
     */
     void open(const QStringList& arguments);
 
+    /*! Comes to the front and opens \a arguments, which another launch handed over. */
+    void openFromOtherLaunch(const QStringList& arguments);
+
     /*! Shows \a text in the notice, below what it says already. */
     void tell(const QString& text);
 
-    /*! Restores the window if it is minimised and asks for it to be in front. */
-    void present();
-
 private:
+    void present();
     void openFile(const QString& path);
     void showText(const QString& path, const QString& text);
     bool isWanted(const QString& path);

@@ -1,18 +1,13 @@
 #include "FileArguments.h"
 #include "ViewerWindow.h"
 
-#include <SingleInstanceController.h>
-
-#include <Core/ObjectsPool.h>
-#include <HostKit/LaunchLock.h>
+#include <HostKit/InstanceSession.h>
 #include <HostKit/LogSink.h>
 #include <Logger/Logger.h>
 
 #include <QtWidgets/QApplication>
 
 #include <cstdio>
-
-using SingleInstance::SingleInstanceController;
 
 namespace {
 
@@ -27,31 +22,6 @@ void setUpLog()
     Logger::setQtDebugCatchingOn(true);
 }
 
-SingleInstanceState arbitrate()
-{
-    const HostKit::LaunchLock lock; // two first launches at once would both become master
-    return startSingleInstance();
-}
-
-/* Opens what other launches hand over, now and from now on. */
-void receiveInto(ViewerWindow& window)
-{
-    const QString name
-        = QString::fromLatin1(SingleInstanceController::staticMetaObject.className());
-    auto* const controller = qobject_cast<SingleInstanceController*>(
-        Core::ObjectsPool::getInstance().find(name, false).second);
-    if (!controller)
-        return;
-    const auto openAll = [&window, controller] {
-        for (const QStringList& arguments : controller->takeMessages()) {
-            window.present();
-            window.open(arguments);
-        }
-    };
-    QObject::connect(controller, &SingleInstanceController::messageReceived, &window, openAll);
-    openAll(); // what came before the connection was made
-}
-
 } // namespace
 
 int main(int argc, char* argv[])
@@ -62,23 +32,21 @@ int main(int argc, char* argv[])
     QCoreApplication::setApplicationName(QStringLiteral("viewer"));
     setUpLog();
 
-    const SingleInstanceState state = arbitrate();
-    if (state == SingleInstanceStateSecondary) {
+    HostKit::InstanceSession session;
+    if (session.state() == SingleInstanceStateSecondary) {
         std::puts("viewer: handed over to the window that is open");
         return 0;
     }
 
     ViewerWindow window;
+    QObject::connect(&session, &HostKit::InstanceSession::argumentsReceived, &window,
+                     &ViewerWindow::openFromOtherLaunch);
     window.setWindowTitle(QStringLiteral("Viewer"));
     window.show();
-    if (state == SingleInstanceStateFailed)
+    if (session.state() == SingleInstanceStateFailed)
         window.tell(QApplication::translate(
             "main", "This window stands alone: no running viewer could be reached, and files "
                     "opened later will not appear here."));
-    receiveInto(window);
     window.open(QCoreApplication::arguments().mid(1));
-
-    const int result = QApplication::exec();
-    stopSingleInstance();
-    return result;
+    return session.run(&QApplication::exec);
 }

@@ -1,0 +1,119 @@
+#include "InboxFlush.h"
+
+#include <Core/Settings.h>
+#include <SingleInstanceController.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QDataStream>
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QSemaphore>
+#include <QtCore/QUuid>
+#include <QtCore/QtEndian>
+#include <QtNetwork/QHostAddress>
+#include <QtNetwork/QTcpSocket>
+
+#include <algorithm>
+#include <memory>
+
+/*
+ * A hand-off is done for its sender once the operating system has it; the master may not have read
+ * it yet, nor even accepted the connection. The kernel queues connections in order, so that a
+ * message that the master sends to itself is accepted after all others. It may still be read before
+ * them, since an event loop serves the sockets that are ready in any order, and a long message takes
+ * more than one turn. So marks go one after the other until several in a row found nothing between
+ * them: each takes two turns at least, in which all others were served.
+ */
+
+namespace HostKit {
+
+namespace {
+
+constexpr int quietMarks = 3;
+constexpr int timeLimit = 1000; // ms
+
+const QString& markName()
+{
+    static const QString name
+        = QLatin1String("HostKit flush ") + QUuid::createUuid().toString();
+    return name;
+}
+
+QByteArray messageOf(const QStringList& list)
+{
+    QByteArray body;
+    QDataStream(&body, QIODevice::WriteOnly) << list;
+    QByteArray prefix(sizeof(quint16), '\0');
+    qToLittleEndian(static_cast<quint16>(body.size()), prefix.data());
+    return prefix + body;
+}
+
+/* The port in the settings, as long as it was this process that recorded it. */
+quint16 ownPort()
+{
+    const auto setting = [](const char* key) {
+        return Core::Settings::getInstance()
+            ->getValue(QStringLiteral("SingleInstance"), QLatin1String(key), QVariant())
+            .toUInt();
+    };
+    const bool isOurs = setting("MasterPid") == static_cast<uint>(QCoreApplication::applicationPid());
+    return isOurs ? static_cast<quint16>(setting("MasterPort")) : quint16(0);
+}
+
+bool sendMark(quint16 port)
+{
+    QTcpSocket socket;
+    for (const auto address : {QHostAddress::LocalHostIPv6, QHostAddress::LocalHost}) {
+        socket.connectToHost(QHostAddress(address), port, QIODevice::WriteOnly);
+        if (socket.waitForConnected(timeLimit)) {
+            socket.write(messageOf({markName()}));
+            return socket.waitForBytesWritten(timeLimit);
+        }
+    }
+    return false;
+}
+
+using SingleInstance::SingleInstanceController;
+
+int marksIn(SingleInstanceController& controller)
+{
+    const auto inbox = controller.peekMessages();
+    return static_cast<int>(std::count_if(inbox.begin(), inbox.end(), isFlushMark));
+}
+
+/* Sends marks until the inbox is quiet, or until one does not arrive in time. */
+void sendMarks(SingleInstanceController& controller, quint16 port, QSemaphore& arrivals)
+{
+    const QDeadlineTimer deadline(timeLimit);
+    for (int sent = 1, quiet = 0; quiet < quietMarks && sendMark(port); ++sent) {
+        const int before = controller.peekMessages().size();
+        while (marksIn(controller) < sent) {
+            if (!arrivals.tryAcquire(1, static_cast<int>(deadline.remainingTime())))
+                return;
+        }
+        const bool nothingBetween = controller.peekMessages().size() <= before + 1;
+        quiet = nothingBetween ? quiet + 1 : 0;
+    }
+}
+
+} // namespace
+
+bool isFlushMark(const QStringList& list)
+{
+    return list.size() == 1 && list.first() == markName();
+}
+
+void flushInbox(SingleInstanceController& controller)
+{
+    const quint16 port = ownPort();
+    if (port == 0)
+        return;
+    // Shared with the slot, which the server thread may still be running when we have given up.
+    const auto arrivals = std::make_shared<QSemaphore>();
+    const auto connection
+        = QObject::connect(&controller, &SingleInstanceController::messageReceived,
+                           [arrivals] { arrivals->release(); });
+    sendMarks(controller, port, *arrivals);
+    QObject::disconnect(connection);
+}
+
+} // namespace HostKit

@@ -1,0 +1,159 @@
+#include <HostKit/InstanceSession.h>
+
+#include <HostKit/LaunchLock.h>
+
+#include "ApplicationFolder.h"
+#include "FileLock.h"
+#include "InboxFlush.h"
+
+#include <Core/ObjectsPool.h>
+#include <Core/Settings.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QMetaMethod>
+
+#include <utility>
+
+/*
+ * Two locks, both in the application's folder, both freed by the kernel with their holder.
+ *
+ * launch.lock is held while anything is decided: by a launch from before it looks for a master until
+ * it has handed over or become one, and by the master from the moment it quits until it has given
+ * the port back. So nobody hands over to a master that is about to go.
+ *
+ * master.lock is held by the master for its whole life. Whoever holds launch.lock and can take this
+ * one knows that no master lives, and that a port in the settings was left by a crash. Anybody may
+ * be listening on it by now, and would be taken for the master: so it is cleared first.
+ *
+ * A launch that could not take launch.lock in time looks at neither lock nor port.
+ */
+
+namespace HostKit {
+
+using SingleInstance::SingleInstanceController;
+
+namespace {
+
+FileLock tryMasterLock()
+{
+    return FileLock::take(applicationFolder() + QLatin1String("/master.lock"),
+                          std::chrono::milliseconds(0));
+}
+
+SingleInstanceController* findController()
+{
+    const QString name
+        = QString::fromLatin1(SingleInstanceController::staticMetaObject.className());
+    return qobject_cast<SingleInstanceController*>(
+        Core::ObjectsPool::getInstance().find(name, false).second);
+}
+
+void clearPort()
+{
+    Core::Settings::getInstance()->setValue(QStringLiteral("SingleInstance"),
+                                            QStringLiteral("MasterPort"), QVariant(0u), true);
+}
+
+} // namespace
+
+InstanceSession::InstanceSession(QObject* parent)
+    : QObject(parent)
+    , life(std::make_unique<FileLock>())
+    , launches(std::make_unique<LaunchLock>())
+{
+    start();
+    connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
+            &InstanceSession::close);
+}
+
+InstanceSession::~InstanceSession()
+{
+    stop();
+}
+
+/* Decides with the launch lock held, if it was to be had, and releases it. */
+void InstanceSession::start()
+{
+    if (launches->isTaken()) {
+        *life = tryMasterLock();
+        if (life->isTaken())
+            clearPort();
+    }
+    decided = startSingleInstance();
+    SingleInstanceController* const controller = findController();
+    if (controller) {
+        if (!life->isTaken())
+            *life = tryMasterLock();
+        connect(controller, &SingleInstanceController::messageReceived, this,
+                &InstanceSession::receive); // earlier ones are fetched when somebody connects
+    } else {
+        *life = FileLock();
+    }
+    launches.reset();
+}
+
+void InstanceSession::connectNotify(const QMetaMethod& signal)
+{
+    if (signal == QMetaMethod::fromSignal(&InstanceSession::argumentsReceived))
+        QMetaObject::invokeMethod(this, &InstanceSession::receive, Qt::QueuedConnection);
+}
+
+/* One list at a time, so that a call from a slot's own event loop goes on where this one is. */
+void InstanceSession::receive()
+{
+    collect();
+    while (hasListsToReceive())
+        emit argumentsReceived(pending.takeFirst());
+}
+
+bool InstanceSession::hasListsToReceive() const
+{
+    return !pending.isEmpty()
+        && isSignalConnected(QMetaMethod::fromSignal(&InstanceSession::argumentsReceived));
+}
+
+void InstanceSession::collect()
+{
+    SingleInstanceController* const controller = findController();
+    if (!controller)
+        return;
+    for (const QStringList& list : controller->takeMessages()) {
+        if (!isFlushMark(list))
+            pending.append(list);
+    }
+}
+
+/* The application is about to quit, and takes the controller with it. */
+void InstanceSession::close()
+{
+    SingleInstanceController* const controller = findController();
+    if (!controller)
+        return;
+    launches = std::make_unique<LaunchLock>();
+    flushInbox(*controller);
+    stop();
+}
+
+void InstanceSession::stop()
+{
+    collect();
+    stopSingleInstance();
+    *life = FileLock();
+}
+
+int InstanceSession::run(const std::function<int()>& exec)
+{
+    int result = exec();
+    while (hasListsToReceive()) {
+        // Still under the launch lock, so that nobody has become master meanwhile. Without it
+        // somebody may have, and would get the arguments of this process a second time.
+        if (launches && launches->isTaken())
+            start();
+        QMetaObject::invokeMethod(this, &InstanceSession::receive, Qt::QueuedConnection);
+        result = exec();
+    }
+    launches.reset();
+    return result;
+}
+
+} // namespace HostKit

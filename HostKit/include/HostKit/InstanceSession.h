@@ -1,0 +1,99 @@
+#pragma once
+
+#include <SingleInstanceController.h>
+
+#include <QtCore/QObject>
+#include <QtCore/QStringList>
+
+#include <functional>
+#include <memory>
+
+namespace HostKit {
+
+class FileLock;
+class LaunchLock;
+
+/*!
+    An application's part in running as a single instance, from its start to its end.
+
+    \code
+    QApplication application(argc, argv); // file arguments already absolute
+    HostKit::InstanceSession session;
+    if (session.state() == SingleInstanceStateSecondary)
+        return 0;
+    MainWindow window;
+    QObject::connect(&session, &HostKit::InstanceSession::argumentsReceived, &window,
+                     &MainWindow::openFromOtherLaunch);
+    return session.run(&QApplication::exec);
+    \endcode
+
+    In front of the bare entry points it sees to what a host of its own would have to:
+    - launches decide one after the other, so that two first ones do not both become master;
+    - a launch after a crash does not hand its arguments to a stranger who listens on the port that
+      the crashed master recorded: a lock that the kernel frees tells whether a master lives;
+    - no list is lost on the way to the application, neither before it connects to the signal nor
+      while it quits.
+
+    Build it after the application object, with organisation and application name set, and use it
+    in that thread alone. One at a time, and in all versions of the application that a user may run
+    side by side: it takes a master without a session for a crashed one. A process that ends without returning from run() ends as
+    after a crash: what was handed over and not yet received is lost.
+*/
+class InstanceSession : public QObject {
+    Q_OBJECT
+
+public:
+    /*!
+        Starts the session: calls startSingleInstance() while it holds the launch lock.
+
+        Blocks as that does, after waiting up to 10 s for launches before it. If one of those hangs,
+        it goes on without the lock rather than keep the application from starting.
+    */
+    explicit InstanceSession(QObject* parent = nullptr);
+
+    /*! Ends the session. Lists that nobody took are lost: let run() return before. */
+    ~InstanceSession() override;
+
+    /*! Returns what startSingleInstance() returned. */
+    SingleInstanceState state() const { return decided; }
+
+    /*!
+        Runs the event loop \a exec until the application quits, and returns its result.
+
+        If a list was handed over while the application was quitting, it is not lost: it is
+        received as any other in another run of \a exec. The slot then has to show its window again,
+        or to quit. Launches after run() has returned find no master and become one.
+
+        Holds up the end by a few milliseconds, and at worst by the 10 s and 1 s that it waits for
+        launches that hang half-way and for what they sent.
+    */
+    int run(const std::function<int()>& exec);
+
+Q_SIGNALS:
+    /*!
+        Emitted in the application's thread for each list that another launch handed over, in the
+        order in which they arrived, and once for each.
+
+        Lists wait until somebody is connected. A slot may run an event loop of its own, such as a
+        modal dialog's: further lists are then received from there.
+    */
+    void argumentsReceived(const QStringList& arguments);
+
+protected:
+    void connectNotify(const QMetaMethod& signal) override;
+
+private:
+    void start();
+    void receive();
+    bool hasListsToReceive() const;
+    void collect();
+    void close();
+    void stop();
+
+    SingleInstanceState decided = SingleInstanceStateInactive;
+    std::unique_ptr<FileLock> life; // held for as long as this process is the master
+    std::unique_ptr<LaunchLock> launches; // held while the master ends
+    QList<QStringList> pending; // taken from the inbox, not yet received
+};
+
+} // namespace HostKit
