@@ -41,7 +41,8 @@ const QString& markName()
 QByteArray messageOf(const QStringList& list)
 {
     QByteArray body;
-    QDataStream(&body, QIODevice::WriteOnly) << list;
+    QDataStream stream(&body, QIODevice::WriteOnly);
+    stream << list;
     QByteArray prefix(sizeof(quint16), '\0');
     qToLittleEndian(static_cast<quint16>(body.size()), prefix.data());
     return prefix + body;

@@ -1,0 +1,342 @@
+#include <QtNetwork/QTcpServer>
+#include <QtTest/QtTest>
+
+#include <csignal>
+#include <memory>
+#include <vector>
+
+namespace {
+
+/* A process of a test. It is killed with the object; what it said is shown when a check fails. */
+class Process : public QProcess {
+public:
+    Process(const QString& program, const QStringList& arguments, const QString& folder = {})
+    {
+        setWorkingDirectory(folder);
+        start(program, arguments);
+    }
+    ~Process() override
+    {
+        if (QTest::currentTestFailed())
+            qInfo().noquote() << program() << arguments() << "said:\n" << said << errors;
+        kill();
+        waitForFinished();
+    }
+
+    /* Waits for a whole line that \a pattern matches; returns it, or nothing after 20 s. */
+    QString waitForLine(const QString& pattern)
+    {
+        const QRegularExpression expression(QRegularExpression::anchoredPattern(pattern));
+        QString found;
+        const bool appeared = QTest::qWaitFor(
+            [&] {
+                read();
+                const QStringList all = lines();
+                const int index = all.indexOf(expression, position);
+                if (index < 0)
+                    return false;
+                found = all.at(index);
+                position = index + 1;
+                return true;
+            },
+            20000);
+        return appeared ? found : QString();
+    }
+
+    /* Waits for the end; returns all lines on standard output. */
+    QStringList waitForEnd()
+    {
+        if (state() != NotRunning)
+            waitForFinished();
+        read();
+        return QString::fromUtf8(said).split('\n', Qt::SkipEmptyParts);
+    }
+
+    void signal(int number)
+    {
+        const auto id = static_cast<pid_t>(processId());
+        if (id > 0) // it may have ended, and 0 would mean ourselves
+            ::kill(id, number);
+    }
+
+private:
+    void read()
+    {
+        said += readAllStandardOutput();
+        errors += readAllStandardError();
+    }
+    QStringList lines() const
+    {
+        return QString::fromUtf8(said.left(said.lastIndexOf('\n') + 1)
+                                 + errors.left(errors.lastIndexOf('\n')))
+            .split('\n');
+    }
+
+    QByteArray said;
+    QByteArray errors;
+    int position = 0;
+};
+
+std::unique_ptr<Process> launch(const QStringList& arguments, const char* mode = "session")
+{
+    return std::make_unique<Process>(LAUNCHER, QStringList(mode) + arguments);
+}
+
+int rounds(const char* variable, int usual)
+{
+    return qEnvironmentVariableIsSet(variable) ? qEnvironmentVariableIntValue(variable) : usual;
+}
+
+} // namespace
+
+/* Real processes, each test in a settings folder of its own. */
+class ProcessesTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init();
+    void viewerShowsAllDocuments();
+    void viewerOpensWhatItCan_data();
+    void viewerOpensWhatItCan();
+    void viewerStandsAloneWithoutSettings();
+    void bareLaunchesFindTheMaster();
+    void launchesAtOnce_data();
+    void launchesAtOnce();
+    void quitsWithoutLosingAList();
+    void startsAfterAKill();
+    void ignoresAStrangerOnTheOldPort_data();
+    void ignoresAStrangerOnTheOldPort();
+    void handsOverToAStoppedMaster();
+    void handsOverToABusyMaster();
+
+private:
+    std::unique_ptr<Process> view(const QStringList& arguments);
+    QString write(const QString& name, const QByteArray& content);
+
+    std::unique_ptr<QTemporaryDir> home;
+};
+
+void ProcessesTest::init()
+{
+    home = std::make_unique<QTemporaryDir>();
+    QVERIFY(home->isValid());
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home->path()));
+    qputenv("SINGLEINSTANCE_LOG_LEVEL", "2");
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+}
+
+std::unique_ptr<Process> ProcessesTest::view(const QStringList& arguments)
+{
+    return std::make_unique<Process>(VIEWER, arguments, home->path());
+}
+
+QString ProcessesTest::write(const QString& name, const QByteArray& content)
+{
+    QFile file(home->filePath(name));
+    return file.open(QIODevice::WriteOnly) && file.write(content) >= 0 ? file.fileName()
+                                                                        : QString();
+}
+
+void ProcessesTest::viewerShowsAllDocuments()
+{
+    const QString odd = QString::fromUtf8("Bücher & 本.txt");
+    write("a.txt", "a");
+    write("b.txt", "b");
+    write(odd, "c");
+    const auto master = view({"a.txt"});
+    QVERIFY(!master->waitForLine(".* opened .*/a\\.txt").isEmpty());
+    for (const QString& name : {QString("b.txt"), odd}) {
+        const auto second = view({name});
+        QCOMPARE(second->waitForEnd(), QStringList("viewer: handed over to the window that is open"));
+        QCOMPARE(second->exitCode(), 0);
+        QVERIFY(!master->waitForLine(".* opened " + QRegularExpression::escape(home->filePath(name)))
+                     .isEmpty());
+    }
+}
+
+void ProcessesTest::viewerOpensWhatItCan_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("problem");
+
+    QTest::newRow("a folder") << "/dev" << "“/dev” is a folder.";
+    QTest::newRow("a missing file") << "/none" << "There is no file “/none”.";
+    QTest::newRow("a device") << "/dev/zero" << "“/dev/zero” is not a regular file.";
+    QTest::newRow("a binary file") << "binary" << "“.*/binary” is not a text file.";
+    QTest::newRow("an unreadable file") << "/proc/self/mem" << "“/proc/self/mem” cannot be read: .*";
+}
+
+void ProcessesTest::viewerOpensWhatItCan()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, problem);
+    write("binary", QByteArray("\x7F"
+                               "ELF\0",
+                               5));
+    write("a.txt", "a");
+    const auto master = view({name, "a.txt"});
+    QVERIFY(!master->waitForLine(".* not opened: " + problem).isEmpty());
+    QVERIFY(!master->waitForLine(".* opened .*/a\\.txt").isEmpty());
+}
+
+void ProcessesTest::viewerStandsAloneWithoutSettings()
+{
+    write("a.txt", "a");
+    qputenv("XDG_CONFIG_HOME", "/dev/null/below");
+    const auto alone = view({"a.txt"});
+    QVERIFY(!alone->waitForLine(".*Settings: cannot write .*: Not a directory").isEmpty());
+    QVERIFY(!alone->waitForLine(".*cannot start master so give up\\.").isEmpty());
+    QVERIFY(!alone->waitForLine(".* opened .*/a\\.txt").isEmpty());
+}
+
+void ProcessesTest::bareLaunchesFindTheMaster()
+{
+    const auto master = launch({"own"}, "bare");
+    QCOMPARE(master->waitForLine("state .*"), "state 1");
+    QCOMPARE(launch({"a", "b c"}, "bare")->waitForEnd(), QStringList("state 2"));
+    QCOMPARE(master->waitForLine("list .*"), "list a|b c");
+    master->write("quit\n");
+    QCOMPARE(master->waitForEnd(), (QStringList{"state 1", "list a|b c"}));
+    QCOMPARE(launch({}, "bare")->waitForLine("state .*"), "state 1");
+}
+
+void ProcessesTest::launchesAtOnce_data()
+{
+    QTest::addColumn<int>("launches");
+    QTest::newRow("2") << 2;
+    QTest::newRow("8") << 8;
+    QTest::newRow("32") << 32;
+}
+
+void ProcessesTest::launchesAtOnce()
+{
+    QFETCH(int, launches);
+    const int count = rounds("STORM_ROUNDS", launches < 32 ? 3 : 1);
+    for (int round = 0; round < count; ++round) {
+        init();
+        std::vector<std::unique_ptr<Process>> all;
+        for (int i = 0; i < launches; ++i)
+            all.push_back(launch({QString::number(i)}));
+        QStringList expected;
+        Process* master = nullptr;
+        for (int i = 0; i < launches; ++i) {
+            const QString state = all[size_t(i)]->waitForLine("state .*");
+            if (state == "state 1") {
+                QVERIFY2(!master, "two masters");
+                master = all[size_t(i)].get();
+            } else {
+                QCOMPARE(state, "state 2");
+                expected.append("list " + QString::number(i));
+            }
+        }
+        QVERIFY(master);
+        QStringList shown;
+        for (int i = 1; i < launches; ++i)
+            shown.append(master->waitForLine("list .*"));
+        std::sort(shown.begin(), shown.end());
+        std::sort(expected.begin(), expected.end());
+        QCOMPARE(shown, expected);
+    }
+    qInfo("%d launches at once: %d rounds, one master each, 0 lost, 0 failed", launches, count);
+}
+
+void ProcessesTest::quitsWithoutLosingAList()
+{
+    const int count = rounds("QUIT_ROUNDS", 5);
+    int late = 0;
+    for (int round = 0; round < count; ++round) {
+        init();
+        std::vector<std::unique_ptr<Process>> all;
+        all.push_back(launch({"own"}));
+        QCOMPARE(all[0]->waitForLine("state .*"), "state 1");
+        for (int i = 0; i < 3; ++i)
+            all.push_back(launch({QString::number(i)}));
+        QTest::qWait(QRandomGenerator::global()->bounded(30)); // which of them is first varies
+        all[0]->write("quit\n");
+        // Those that became masters later are asked to quit once nobody can hand over any more.
+        QStringList states;
+        for (const auto& process : all)
+            states.append(process == all[0] ? QString() : process->waitForLine("state .*"));
+        int shown = 0;
+        for (const auto& process : all) {
+            process->write("quit\n");
+            shown += process->waitForEnd().filter("list ").size();
+        }
+        QCOMPARE(states.filter("state 3").size(), 0);
+        QCOMPARE(shown, states.filter("state 2").size());
+        late += states.filter("state 1").size();
+    }
+    qInfo("3 launches while the master quits: %d rounds, 0 lost; %d became master", count, late);
+}
+
+void ProcessesTest::startsAfterAKill()
+{
+    const int count = rounds("KILL_ROUNDS", 10);
+    int masters = 0;
+    for (int round = 0; round < count; ++round) {
+        const auto killed = launch({"a"});
+        const auto other = launch({"b"});
+        QTest::qWait(QRandomGenerator::global()->bounded(40)); // anywhere in start or hand-over
+        if (round % 3 == 0)
+            killed->write("quit\n"); // or in its end
+        killed->signal(SIGKILL);
+        other->signal(SIGKILL);
+        killed->waitForEnd();
+        other->waitForEnd();
+        const auto next = launch({"c"});
+        masters += next->waitForLine("state .*") == "state 1" ? 1 : 0;
+        next->signal(SIGKILL);
+    }
+    QCOMPARE(masters, count);
+    qInfo("kill -9 at a random moment: %d rounds, the next launch became master each time", count);
+}
+
+void ProcessesTest::ignoresAStrangerOnTheOldPort_data()
+{
+    QTest::addColumn<bool>("closes");
+    QTest::newRow("one that never reads") << false;
+    QTest::newRow("one that closes at once") << true;
+}
+
+void ProcessesTest::ignoresAStrangerOnTheOldPort()
+{
+    QFETCH(bool, closes);
+    QTcpServer stranger;
+    QVERIFY(stranger.listen(QHostAddress::LocalHostIPv6) || stranger.listen(QHostAddress::LocalHost));
+    if (closes)
+        connect(&stranger, &QTcpServer::newConnection, &stranger,
+                [&] { delete stranger.nextPendingConnection(); });
+    const auto killed = launch({});
+    QCOMPARE(killed->waitForLine("state .*"), "state 1");
+    killed->signal(SIGKILL);
+    killed->waitForEnd();
+    const QString port = home->filePath("launcher/SingleInstance/MasterPort");
+    QVERIFY(QFile::exists(port));
+    write("launcher/SingleInstance/MasterPort", QByteArray::number(stranger.serverPort()));
+
+    QCOMPARE(launch({"a"})->waitForLine("state .*"), "state 1");
+}
+
+void ProcessesTest::handsOverToAStoppedMaster()
+{
+    const auto master = launch({});
+    QCOMPARE(master->waitForLine("state .*"), "state 1");
+    master->signal(SIGSTOP);
+    QCOMPARE(launch({"a"})->waitForEnd(), QStringList("state 2"));
+    master->signal(SIGCONT);
+    QCOMPARE(master->waitForLine("list .*"), "list a");
+}
+
+void ProcessesTest::handsOverToABusyMaster()
+{
+    const auto master = launch({});
+    QCOMPARE(master->waitForLine("state .*"), "state 1");
+    master->write("block 2000\n");
+    QVERIFY(!master->waitForLine("blocking").isEmpty());
+    QCOMPARE(launch({"a"})->waitForEnd(), QStringList("state 2"));
+    QVERIFY(master->state() == QProcess::Running && master->readAllStandardOutput().isEmpty());
+    QCOMPARE(master->waitForLine("list .*"), "list a");
+}
+
+QTEST_GUILESS_MAIN(ProcessesTest)
+#include "tst_processes.moc"
