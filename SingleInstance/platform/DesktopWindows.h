@@ -35,17 +35,22 @@ HDESK GetThreadDesktop(DWORD threadId);
 
 /*!
     Calls \a callback with each top-level window and \a context, topmost first, in the calling
-    thread, until it returns FALSE. Returns FALSE if there is no window to visit.
+    thread, until it returns FALSE. Returns whether it went through all windows of a desktop that
+    could be asked. Blocks for two seconds at most, the two functions below included.
 */
 BOOL EnumDesktopWindows(HDESK desktop, WNDENUMPROC callback, LPARAM context);
 
 /*!
     Stores the id of the process that owns \a window in \a processId, and leaves that alone if
-    nobody can tell. Returns 0: window owners are processes here, not threads.
+    nobody can tell. Returns 0: window owners are processes here, not threads. To be called from the
+    callback of a walk, with a window of that walk.
 */
 DWORD GetWindowThreadProcessId(HWND window, DWORD* processId);
 
-/*! Asks for \a window to be activated and on top. Returns whether the request was sent. */
+/*!
+    Asks for \a window to be activated and on top. Returns whether the request was sent. To be
+    called from the callback of a walk, with a window of that walk.
+*/
 BOOL SetForegroundWindow(HWND window);
 
 #endif

@@ -1,0 +1,342 @@
+#include "DesktopWindows.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <unistd.h>
+#include <xcb/xcb.h>
+#include <xcb/xcb_ewmh.h>
+
+/*
+ * The desktop operations on X11, by what window managers publish and obey (EWMH).
+ *
+ * A walk has a connection of its own, closed at its end. It asks in batches, so that the number of
+ * round trips does not grow with the number of windows. All talk with the server happens on threads
+ * that may be left behind: a server that is stopped or grabbed blocks xcb for ever, and the caller
+ * waits no longer than two seconds in all. What such a thread touches it shares by shared_ptr.
+ *
+ * Replies are null for windows that are gone by now, and all of them are when the server dies. That
+ * is normal here and reported to nobody.
+ */
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto patience = std::chrono::seconds(2);
+constexpr int longestOwnerChain = 8; // dialogs of dialogs; a window may name itself its owner
+constexpr uint32_t allDesktops = 0xFFFFFFFF;
+constexpr char desktop = 0; // there is one
+
+struct Free {
+    void operator()(void* reply) const { std::free(reply); }
+};
+template <typename Reply>
+using Owned = std::unique_ptr<Reply, Free>;
+
+/* A connection to the server that the environment names, once it is open. */
+class Connection {
+public:
+    Connection() = default;
+    ~Connection()
+    {
+        if (isOpen)
+            xcb_ewmh_connection_wipe(&ewmh);
+        if (xcb)
+            xcb_disconnect(xcb); // also one that failed
+    }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    bool open()
+    {
+        {
+            static std::mutex connecting; // libXau keeps a name in a static buffer
+            const std::lock_guard<std::mutex> lock(connecting);
+            xcb = xcb_connect(nullptr, &screen);
+        }
+        // A failed one has no screens to set up the atoms for.
+        isOpen = !xcb_connection_has_error(xcb)
+            && xcb_ewmh_init_atoms_replies(&ewmh, xcb_ewmh_init_atoms(xcb, &ewmh), nullptr);
+        return isOpen;
+    }
+    xcb_window_t root() const { return ewmh.screens[screen]->root; }
+
+    xcb_connection_t* xcb = nullptr;
+    xcb_ewmh_connection_t ewmh = {};
+    int screen = 0;
+
+private:
+    bool isOpen = false;
+};
+
+struct Window {
+    xcb_window_t id;
+    std::optional<DWORD> owner; // unless it cannot be told, or is on another machine
+    xcb_window_t transientFor;
+};
+
+struct Walk {
+    Connection connection;
+    std::vector<Window> windows; // topmost first
+    bool activated = false;
+    Clock::time_point deadline = Clock::now() + patience;
+};
+
+thread_local std::shared_ptr<Walk> currentWalk; // while its callbacks run
+
+/*
+ * Runs work(walk) on a thread of its own, which takes no signals from the host. Returns whether it
+ * was done in time; if not, the walk belongs to that thread and must not be looked at any more.
+ */
+bool finishes(const std::shared_ptr<Walk>& walk, const std::function<void(Walk&)>& work)
+{
+    struct Progress {
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool done = false;
+    };
+    const auto progress = std::make_shared<Progress>();
+    const auto run = [progress, walk, work] {
+        work(*walk);
+        const std::lock_guard<std::mutex> lock(progress->mutex);
+        progress->done = true;
+        progress->changed.notify_one();
+    };
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    bool started = true;
+    try {
+        std::thread(run).detach();
+    } catch (const std::system_error&) {
+        started = false;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    std::unique_lock<std::mutex> lock(progress->mutex);
+    return started
+        && progress->changed.wait_until(lock, walk->deadline, [&] { return progress->done; });
+}
+
+std::string machineName()
+{
+    std::array<char, 256> name = {};
+    return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
+
+template <typename GetReply, typename Cookie>
+std::vector<xcb_window_t> windowList(Connection& connection, GetReply getReply, Cookie cookie)
+{
+    xcb_ewmh_get_windows_reply_t reply = {};
+    if (!getReply(&connection.ewmh, cookie, &reply, nullptr))
+        return {};
+    std::vector<xcb_window_t> list(reply.windows, reply.windows + reply.windows_len);
+    xcb_ewmh_get_windows_reply_wipe(&reply);
+    return list;
+}
+
+/*
+ * The windows that the window manager lists, topmost first; empty without a window manager. One that
+ * was killed leaves its lists on the root window, but not the window that it names there.
+ */
+std::vector<xcb_window_t> listedWindows(Connection& connection)
+{
+    xcb_ewmh_connection_t* const ewmh = &connection.ewmh;
+    const auto stackingCookie = xcb_ewmh_get_client_list_stacking(ewmh, connection.screen);
+    const auto listCookie = xcb_ewmh_get_client_list(ewmh, connection.screen);
+    const auto managerCookie = xcb_ewmh_get_supporting_wm_check(ewmh, connection.root());
+    auto windows
+        = windowList(connection, xcb_ewmh_get_client_list_stacking_reply, stackingCookie);
+    auto inMappingOrder = windowList(connection, xcb_ewmh_get_client_list_reply, listCookie);
+    if (windows.empty())
+        windows = std::move(inMappingOrder);
+
+    xcb_window_t manager = XCB_NONE;
+    xcb_window_t itself = XCB_NONE;
+    xcb_ewmh_get_supporting_wm_check_reply(ewmh, managerCookie, &manager, nullptr);
+    if (manager != XCB_NONE)
+        xcb_ewmh_get_supporting_wm_check_reply(
+            ewmh, xcb_ewmh_get_supporting_wm_check(ewmh, manager), &itself, nullptr);
+    if (manager == XCB_NONE || manager != itself)
+        return {};
+    std::reverse(windows.begin(), windows.end());
+    return windows;
+}
+
+/* What was asked about one window in a batch. */
+struct Questions {
+    xcb_get_property_cookie_t pid;
+    xcb_get_property_cookie_t machine;
+    xcb_get_property_cookie_t transientFor;
+};
+
+Questions ask(Connection& connection, xcb_window_t window)
+{
+    const auto property = [&](xcb_atom_t name, xcb_atom_t type) {
+        return xcb_get_property(connection.xcb, 0, window, name, type, 0, 64);
+    };
+    return {xcb_ewmh_get_wm_pid(&connection.ewmh, window),
+            property(XCB_ATOM_WM_CLIENT_MACHINE, XCB_GET_PROPERTY_TYPE_ANY),
+            property(XCB_ATOM_WM_TRANSIENT_FOR, XCB_ATOM_WINDOW)};
+}
+
+Window answer(Connection& connection, xcb_window_t id, const Questions& asked,
+              const std::string& thisMachine)
+{
+    uint32_t pid = 0;
+    const bool hasPid = xcb_ewmh_get_wm_pid_reply(&connection.ewmh, asked.pid, &pid, nullptr);
+    const Owned<xcb_get_property_reply_t> machine(
+        xcb_get_property_reply(connection.xcb, asked.machine, nullptr));
+    const Owned<xcb_get_property_reply_t> owner(
+        xcb_get_property_reply(connection.xcb, asked.transientFor, nullptr));
+
+    std::string machineOfWindow = thisMachine;
+    if (machine && xcb_get_property_value_length(machine.get()) > 0)
+        machineOfWindow.assign(static_cast<char*>(xcb_get_property_value(machine.get())),
+                               static_cast<size_t>(xcb_get_property_value_length(machine.get())));
+    Window window = {id, std::nullopt, XCB_NONE};
+    if (hasPid && pid != 0 && machineOfWindow == thisMachine)
+        window.owner = pid;
+    if (owner && xcb_get_property_value_length(owner.get()) == sizeof(xcb_window_t))
+        window.transientFor = *static_cast<xcb_window_t*>(xcb_get_property_value(owner.get()));
+    return window;
+}
+
+void lookAround(Walk& walk)
+{
+    if (!walk.connection.open())
+        return;
+    const std::vector<xcb_window_t> listed = listedWindows(walk.connection);
+    std::vector<Questions> asked;
+    for (const xcb_window_t window : listed)
+        asked.push_back(ask(walk.connection, window));
+    const std::string thisMachine = machineName();
+    for (size_t i = 0; i < listed.size(); ++i)
+        walk.windows.push_back(answer(walk.connection, listed[i], asked[i], thisMachine));
+}
+
+const Window* find(const Walk& walk, HWND id)
+{
+    const auto found = std::find_if(walk.windows.begin(), walk.windows.end(),
+                                    [id](const Window& window) { return window.id == id; });
+    return found == walk.windows.end() ? nullptr : &*found;
+}
+
+/* The window and those that it is a dialog of, as far as they are listed, the outermost first. */
+std::vector<xcb_window_t> ownersFirst(const Walk& walk, xcb_window_t id)
+{
+    std::vector<xcb_window_t> chain;
+    const Window* window = find(walk, id);
+    for (int i = 0; window && i < longestOwnerChain; ++i) {
+        chain.push_back(window->id);
+        window = find(walk, window->transientFor);
+        if (window && std::count(chain.begin(), chain.end(), window->id) > 0)
+            break;
+    }
+    std::reverse(chain.begin(), chain.end());
+    return chain;
+}
+
+/* Has the server say what time it is, in an event that precedes the replies asked for after it. */
+void askForTime(Connection& connection)
+{
+    const xcb_window_t probe = xcb_generate_id(connection.xcb); // goes with the connection
+    const uint32_t events = XCB_EVENT_MASK_PROPERTY_CHANGE;
+    xcb_create_window(connection.xcb, XCB_COPY_FROM_PARENT, probe, connection.root(), -1, -1, 1, 1,
+                      0, XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
+                      &events);
+    xcb_change_property(connection.xcb, XCB_PROP_MODE_APPEND, probe, XCB_ATOM_WM_NAME,
+                        XCB_ATOM_STRING, 8, 0, nullptr);
+}
+
+xcb_timestamp_t answeredTime(Connection& connection)
+{
+    while (const Owned<xcb_generic_event_t> event {xcb_poll_for_queued_event(connection.xcb)}) {
+        if ((event->response_type & 0x7F) == XCB_PROPERTY_NOTIFY)
+            return reinterpret_cast<xcb_property_notify_event_t*>(event.get())->time;
+    }
+    return XCB_CURRENT_TIME;
+}
+
+/*
+ * Asks as a pager does, on behalf of the user, with a time that is fresh: that passes the strictest
+ * focus stealing prevention. Some window managers leave a window on another desktop there and only
+ * mark it, so that the desktop is switched to first.
+ */
+void activate(Walk& walk, xcb_window_t window)
+{
+    Connection& connection = walk.connection;
+    xcb_ewmh_connection_t* const ewmh = &connection.ewmh;
+    askForTime(connection);
+    const auto attributesCookie = xcb_get_window_attributes(connection.xcb, window);
+    const auto desktopCookie = xcb_ewmh_get_wm_desktop(ewmh, window);
+    const auto currentCookie = xcb_ewmh_get_current_desktop(ewmh, connection.screen);
+    const Owned<xcb_get_window_attributes_reply_t> attributes(
+        xcb_get_window_attributes_reply(connection.xcb, attributesCookie, nullptr));
+    uint32_t itsDesktop = 0;
+    uint32_t currentDesktop = 0;
+    const bool hasDesktop = xcb_ewmh_get_wm_desktop_reply(ewmh, desktopCookie, &itsDesktop, nullptr)
+        && itsDesktop != allDesktops;
+    const bool hasCurrent
+        = xcb_ewmh_get_current_desktop_reply(ewmh, currentCookie, &currentDesktop, nullptr);
+    if (!attributes)
+        return; // gone
+    const xcb_timestamp_t now = answeredTime(connection);
+
+    if (hasDesktop && hasCurrent && itsDesktop != currentDesktop)
+        xcb_ewmh_request_change_current_desktop(ewmh, connection.screen, itsDesktop, now);
+    for (const xcb_window_t each : ownersFirst(walk, window))
+        xcb_ewmh_request_change_active_window(ewmh, connection.screen, each,
+                                              XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER, now, XCB_NONE);
+    const Owned<xcb_get_input_focus_reply_t> barrier(xcb_get_input_focus_reply(
+        connection.xcb, xcb_get_input_focus(connection.xcb), nullptr));
+    walk.activated = barrier != nullptr;
+}
+
+} // namespace
+
+HDESK GetThreadDesktop(DWORD /*threadId*/)
+{
+    return &desktop;
+}
+
+BOOL EnumDesktopWindows(HDESK /*desktop*/, WNDENUMPROC callback, LPARAM context)
+{
+    const auto walk = std::make_shared<Walk>();
+    if (!std::getenv("DISPLAY") || !finishes(walk, lookAround))
+        return FALSE;
+    currentWalk = walk;
+    const bool ended = std::all_of(walk->windows.begin(), walk->windows.end(),
+                                   [&](const Window& window) { return callback(window.id, context); });
+    currentWalk.reset();
+    return ended;
+}
+
+DWORD GetWindowThreadProcessId(HWND window, DWORD* processId)
+{
+    const Window* const known = currentWalk ? find(*currentWalk, window) : nullptr;
+    if (known && known->owner)
+        *processId = *known->owner;
+    return 0;
+}
+
+BOOL SetForegroundWindow(HWND window)
+{
+    if (!currentWalk)
+        return FALSE;
+    const auto id = static_cast<xcb_window_t>(window);
+    return finishes(currentWalk, [id](Walk& walk) { activate(walk, id); }) && currentWalk->activated;
+}
