@@ -92,9 +92,8 @@ QStringList logWithIPv6()
     return log;
 }
 
-const QStringList sendingNowhere
-    = {"2 sending message to the master.",
-       "2 sending message impossible, target port was not defined."};
+const QStringList sendingNowhere = {"2 sending message to the master.",
+                                    "2 sending message impossible, target port was not defined."};
 const QStringList starting = {"2 starting the master.",
                               "2 the server has started listening on IPv6."};
 const QStringList serving = starting + QStringList{"2 the master is started.", "2 started."};
@@ -102,8 +101,8 @@ const QStringList losing = starting
     + QStringList{"2 someone occupy the port's slot - other server started, stopping this server.",
                   "3 failed to start server."};
 const QString tryAgain = "1 cannot start master so try to send command line arguments again.";
-const QString oneMoreTime
-    = "1 cannot send command line arguments so try to start master one more time.";
+const QString oneMoreTime =
+    "1 cannot send command line arguments so try to start master one more time.";
 
 QStringList handingOver(const QString& arguments)
 {
@@ -177,11 +176,10 @@ void ControllerTest::arbitrates_data()
         << file << false << nobody + overwritten + nobody << SingleInstanceStateMaster
         << sendingNowhere + losing + QStringList{tryAgain} + sendingNowhere
             + QStringList{oneMoreTime} + serving;
-    QTest::newRow("neither")
-        << file << false << nobody + taken + nobody + overwritten << SingleInstanceStateFailed
-        << sendingNowhere + losing + QStringList{tryAgain} + sendingNowhere
-            + QStringList{oneMoreTime} + losing
-            + QStringList{"2 cannot start master so give up."};
+    QTest::newRow("neither") << file << false << nobody + taken + nobody + overwritten
+                             << SingleInstanceStateFailed
+                             << sendingNowhere + losing + QStringList{tryAgain} + sendingNowhere
+            + QStringList{oneMoreTime} + losing + QStringList{"2 cannot start master so give up."};
 
     QStringList empties;
     for (int i = 0; i < 16382; ++i)
@@ -226,7 +224,8 @@ void ControllerTest::arbitrates()
     QCOMPARE(ScriptedDesktop::visit().activated.size(), isSecondary ? 1u : 0u);
     if (isSecondary) {
         other->received.acquire();
-        QCOMPARE(other->lists, QList<QStringList>{arguments.isEmpty() ? QStringList{" "} : arguments});
+        QCOMPARE(other->lists,
+                 QList<QStringList>{arguments.isEmpty() ? QStringList{" "} : arguments});
     }
     const bool isMaster = state == SingleInstanceStateMaster;
     QCOMPARE(ScriptedHost::setting("MasterPid").toUInt(), isMaster ? 4711u : 5u);
@@ -240,8 +239,8 @@ void ControllerTest::startsOnceInAProcess()
     const Application application;
     QCOMPARE(startSingleInstance(), SingleInstanceStateMaster);
     ScriptedHost::takeLog();
-    const QStringList duplicate
-        = {"2 starting.", "3 other instance of the controller found while starting."};
+    const QStringList duplicate = {"2 starting.",
+                                   "3 other instance of the controller found while starting."};
     QCOMPARE(startSingleInstance(), SingleInstanceStateMaster);
     QCOMPARE(ScriptedHost::takeLog(), duplicate);
 

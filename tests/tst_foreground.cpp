@@ -29,9 +29,10 @@ void ForegroundTest::activates_data()
     QTest::newRow("no other one if refused") << QVariant(7u) << several << false << 1 << 2;
     QTest::newRow("none of the others'") << QVariant(8u) << several << true << -1 << 4;
     QTest::newRow("none without an id") << QVariant() << several << true << -1 << 4;
-    QTest::newRow("none for an id that is no number") << QVariant("x") << several << true << -1 << 4;
-    QTest::newRow("the largest id") << QVariant(0xFFFFFFFFu) << Windows{{false, 0xFFFFFFFF}} << true
-                                    << 0 << 1;
+    QTest::newRow("none for an id that is no number")
+        << QVariant("x") << several << true << -1 << 4;
+    QTest::newRow("the largest id")
+        << QVariant(0xFFFFFFFFu) << Windows{{false, 0xFFFFFFFF}} << true << 0 << 1;
     QTest::newRow("none that is gone") << QVariant(7u) << unknown << true << -1 << 2;
     QTest::newRow("none that is gone, without an id") << QVariant() << unknown << true << -1 << 2;
     QTest::newRow("none that is gone, largest id")

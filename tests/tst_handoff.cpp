@@ -279,8 +279,8 @@ void HandoffTest::sends()
     const bool delivered = sendToMaster(body);
 
     // A machine without IPv6 refuses it with another code than one where nobody listens.
-    const QStringList log
-        = ScriptedHost::takeLog().replaceInStrings(QRegularExpression("(IPv6, error:) \\d+"), "\\1 0");
+    const QStringList log = ScriptedHost::takeLog().replaceInStrings(
+        QRegularExpression("(IPv6, error:) \\d+"), "\\1 0");
     QTEST(log, "log");
     QCOMPARE(delivered, log.last() == "2 sending message completed.");
     if (!delivered)

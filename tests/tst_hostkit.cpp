@@ -104,11 +104,17 @@ void HostKitTest::keepsNamesApart_data()
     QTest::addColumn<QString>("application");
     QTest::addColumn<QString>("path");
 
-    QTest::newRow("no organisation") << "" << "program" << "program";
-    QTest::newRow("the folder above") << "maker" << ".." << "maker/%2E%2E";
-    QTest::newRow("a path") << "maker" << "../../x/y" << "maker/..%2F..%2Fx%2Fy";
-    QTest::newRow("blanks and letters") << "maker" << QString::fromUtf8("ein Betrachter ü")
-                                        << "maker/ein Betrachter %C3%BC";
+    QTest::newRow("no organisation") << ""
+                                     << "program"
+                                     << "program";
+    QTest::newRow("the folder above") << "maker"
+                                      << ".."
+                                      << "maker/%2E%2E";
+    QTest::newRow("a path") << "maker"
+                            << "../../x/y"
+                            << "maker/..%2F..%2Fx%2Fy";
+    QTest::newRow("blanks and letters")
+        << "maker" << QString::fromUtf8("ein Betrachter ü") << "maker/ein Betrachter %C3%BC";
 }
 
 void HostKitTest::keepsNamesApart()
@@ -146,8 +152,9 @@ void HostKitTest::reportsAStoreThatCannotBeWrittenOnce()
     qputenv("XDG_CONFIG_HOME", "/dev/null/below");
     setValue("MasterPort", 1u);
     setValue("MasterPort", 1u);
-    QCOMPARE(lines, QStringList("3 Settings: cannot write /dev/null/below/maker/program/"
-                                "SingleInstance/MasterPort: Not a directory"));
+    QCOMPARE(lines,
+             QStringList("3 Settings: cannot write /dev/null/below/maker/program/"
+                         "SingleInstance/MasterPort: Not a directory"));
     QCOMPARE(valueOf("MasterPort"), QVariant(0));
     QVERIFY(!HostKit::LaunchLock(std::chrono::seconds(60)).isTaken());
 }
@@ -195,9 +202,8 @@ void HostKitTest::passesTheLockOnAtOnce()
     { // one that gave up takes nothing from one that still waits
         const HostKit::LaunchLock impatient(std::chrono::milliseconds(1));
     }
-    auto waiting = std::async(std::launch::async, [] {
-        return HostKit::LaunchLock(std::chrono::minutes(1)).isTaken();
-    });
+    auto waiting = std::async(
+        std::launch::async, [] { return HostKit::LaunchLock(std::chrono::minutes(1)).isTaken(); });
     holder.reset();
     QVERIFY(waiting.get());
     QVERIFY(HostKit::LaunchLock().isTaken());

@@ -80,8 +80,9 @@ void LogBridgeTest::endsTheProcess_data()
     QTest::newRow("empty body") << 0 << 5
                                 << prefix + "sending empty message not supported!\ncatching off\n";
     QTest::newRow("long body") << 1 << 5 << prefix + "sending message is too long!\ncatching off\n";
-    QTest::newRow("null socket")
-        << 2 << 0 << prefix + "Receiver cannot work with a null socket!\ncatching off\n";
+    QTest::newRow("null socket") << 2 << 0
+                                 << prefix
+            + "Receiver cannot work with a null socket!\ncatching off\n";
     QTest::newRow("filtered line") << 0 << 6 << QByteArray("catching off\n");
 }
 

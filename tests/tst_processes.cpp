@@ -134,7 +134,7 @@ QString ProcessesTest::write(const QString& name, const QByteArray& content)
 {
     QFile file(home->filePath(name));
     return file.open(QIODevice::WriteOnly) && file.write(content) >= 0 ? file.fileName()
-                                                                        : QString();
+                                                                       : QString();
 }
 
 void ProcessesTest::viewerShowsAllDocuments()
@@ -147,10 +147,12 @@ void ProcessesTest::viewerShowsAllDocuments()
     QVERIFY(!master->waitForLine(".* opened .*/a\\.txt").isEmpty());
     for (const QString& name : {QString("b.txt"), odd}) {
         const auto second = view({name});
-        QCOMPARE(second->waitForEnd(), QStringList("viewer: handed over to the window that is open"));
+        QCOMPARE(second->waitForEnd(),
+                 QStringList("viewer: handed over to the window that is open"));
         QCOMPARE(second->exitCode(), 0);
-        QVERIFY(!master->waitForLine(".* opened " + QRegularExpression::escape(home->filePath(name)))
-                     .isEmpty());
+        QVERIFY(
+            !master->waitForLine(".* opened " + QRegularExpression::escape(home->filePath(name)))
+                 .isEmpty());
     }
 }
 
@@ -159,20 +161,26 @@ void ProcessesTest::viewerOpensWhatItCan_data()
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("problem");
 
-    QTest::newRow("a folder") << "/dev" << "“/dev” is a folder.";
-    QTest::newRow("a missing file") << "/none" << "There is no file “/none”.";
-    QTest::newRow("a device") << "/dev/zero" << "“/dev/zero” is not a regular file.";
-    QTest::newRow("a binary file") << "binary" << "“.*/binary” is not a text file.";
-    QTest::newRow("an unreadable file") << "/proc/self/mem" << "“/proc/self/mem” cannot be read: .*";
+    QTest::newRow("a folder") << "/dev"
+                              << "“/dev” is a folder.";
+    QTest::newRow("a missing file") << "/none"
+                                    << "There is no file “/none”.";
+    QTest::newRow("a device") << "/dev/zero"
+                              << "“/dev/zero” is not a regular file.";
+    QTest::newRow("a binary file") << "binary"
+                                   << "“.*/binary” is not a text file.";
+    QTest::newRow("an unreadable file") << "/proc/self/mem"
+                                        << "“/proc/self/mem” cannot be read: .*";
 }
 
 void ProcessesTest::viewerOpensWhatItCan()
 {
     QFETCH(QString, name);
     QFETCH(QString, problem);
-    write("binary", QByteArray("\x7F"
-                               "ELF\0",
-                               5));
+    write("binary",
+          QByteArray("\x7F"
+                     "ELF\0",
+                     5));
     write("a.txt", "a");
     const auto master = view({name, "a.txt"});
     QVERIFY(!master->waitForLine(".* not opened: " + problem).isEmpty());
@@ -302,7 +310,8 @@ void ProcessesTest::ignoresAStrangerOnTheOldPort()
 {
     QFETCH(bool, closes);
     QTcpServer stranger;
-    QVERIFY(stranger.listen(QHostAddress::LocalHostIPv6) || stranger.listen(QHostAddress::LocalHost));
+    QVERIFY(stranger.listen(QHostAddress::LocalHostIPv6)
+            || stranger.listen(QHostAddress::LocalHost));
     if (closes)
         connect(&stranger, &QTcpServer::newConnection, &stranger,
                 [&] { delete stranger.nextPendingConnection(); });

@@ -19,9 +19,9 @@
  * A hand-off is done for its sender once the operating system has it; the master may not have read
  * it yet, nor even accepted the connection. The kernel queues connections in order, so that a
  * message that the master sends to itself is accepted after all others. It may still be read before
- * them, since an event loop serves the sockets that are ready in any order, and a long message takes
- * more than one turn. So marks go one after the other until several in a row found nothing between
- * them: each takes two turns at least, in which all others were served.
+ * them, since an event loop serves the sockets that are ready in any order, and a long message
+ * takes more than one turn. So marks go one after the other until several in a row found nothing
+ * between them: each takes two turns at least, in which all others were served.
  */
 
 namespace HostKit {
@@ -33,8 +33,7 @@ constexpr int timeLimit = 1000; // ms
 
 const QString& markName()
 {
-    static const QString name
-        = QLatin1String("HostKit flush ") + QUuid::createUuid().toString();
+    static const QString name = QLatin1String("HostKit flush ") + QUuid::createUuid().toString();
     return name;
 }
 
@@ -56,7 +55,8 @@ quint16 ownPort()
             ->getValue(QStringLiteral("SingleInstance"), QLatin1String(key), QVariant())
             .toUInt();
     };
-    const bool isOurs = setting("MasterPid") == static_cast<uint>(QCoreApplication::applicationPid());
+    const bool isOurs =
+        setting("MasterPid") == static_cast<uint>(QCoreApplication::applicationPid());
     return isOurs ? static_cast<quint16>(setting("MasterPort")) : quint16(0);
 }
 
@@ -110,9 +110,9 @@ void flushInbox(SingleInstanceController& controller)
         return;
     // Shared with the slot, which the server thread may still be running when we have given up.
     const auto arrivals = std::make_shared<QSemaphore>();
-    const auto connection
-        = QObject::connect(&controller, &SingleInstanceController::messageReceived,
-                           [arrivals] { arrivals->release(); });
+    const auto connection =
+        QObject::connect(&controller, &SingleInstanceController::messageReceived,
+                         [arrivals] { arrivals->release(); });
     sendMarks(controller, port, *arrivals);
     QObject::disconnect(connection);
 }

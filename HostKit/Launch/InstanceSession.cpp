@@ -17,9 +17,9 @@
 /*
  * Two locks, both in the application's folder, both freed by the kernel with their holder.
  *
- * launch.lock is held while anything is decided: by a launch from before it looks for a master until
- * it has handed over or become one, and by the master from the moment it quits until it has given
- * the port back. So nobody hands over to a master that is about to go.
+ * launch.lock is held while anything is decided: by a launch from before it looks for a master
+ * until it has handed over or become one, and by the master from the moment it quits until it has
+ * given the port back. So nobody hands over to a master that is about to go.
  *
  * master.lock is held by the master for its whole life. Whoever holds launch.lock and can take this
  * one knows that no master lives, and that a port in the settings was left by a crash. Anybody may
@@ -42,8 +42,8 @@ FileLock tryMasterLock()
 
 SingleInstanceController* findController()
 {
-    const QString name
-        = QString::fromLatin1(SingleInstanceController::staticMetaObject.className());
+    const QString name =
+        QString::fromLatin1(SingleInstanceController::staticMetaObject.className());
     return qobject_cast<SingleInstanceController*>(
         Core::ObjectsPool::getInstance().find(name, false).second);
 }

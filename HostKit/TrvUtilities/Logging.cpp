@@ -64,12 +64,12 @@ void SetLoggerDelegate(Sink delegate)
 
 void WriteToStandardError(LogLevel level, const std::wstring& text)
 {
-    const QString time
-        = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
-    const QByteArray line = QStringLiteral("%1 %2: %3\n")
-                                .arg(time, QLatin1String(nameOf(level)),
-                                     withoutControls(QString::fromStdWString(text)))
-                                .toUtf8();
+    const QString time =
+        QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+    const QByteArray line =
+        QStringLiteral("%1 %2: %3\n")
+            .arg(time, QLatin1String(nameOf(level)), withoutControls(QString::fromStdWString(text)))
+            .toUtf8();
     std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);
 }
 

@@ -43,8 +43,7 @@ constexpr char desktop = 0; // there is one
 struct Free {
     void operator()(void* reply) const { std::free(reply); }
 };
-template <typename Reply>
-using Owned = std::unique_ptr<Reply, Free>;
+template <typename Reply> using Owned = std::unique_ptr<Reply, Free>;
 
 /* A connection to the server that the environment names, once it is open. */
 class Connection {
@@ -149,8 +148,8 @@ std::vector<xcb_window_t> windowList(Connection& connection, GetReply getReply, 
 }
 
 /*
- * The windows that the window manager lists, topmost first; empty without a window manager. One that
- * was killed leaves its lists on the root window, but not the window that it names there.
+ * The windows that the window manager lists, topmost first; empty without a window manager. One
+ * that was killed leaves its lists on the root window, but not the window that it names there.
  */
 std::vector<xcb_window_t> listedWindows(Connection& connection)
 {
@@ -158,8 +157,7 @@ std::vector<xcb_window_t> listedWindows(Connection& connection)
     const auto stackingCookie = xcb_ewmh_get_client_list_stacking(ewmh, connection.screen);
     const auto listCookie = xcb_ewmh_get_client_list(ewmh, connection.screen);
     const auto managerCookie = xcb_ewmh_get_supporting_wm_check(ewmh, connection.root());
-    auto windows
-        = windowList(connection, xcb_ewmh_get_client_list_stacking_reply, stackingCookie);
+    auto windows = windowList(connection, xcb_ewmh_get_client_list_stacking_reply, stackingCookie);
     auto inMappingOrder = windowList(connection, xcb_ewmh_get_client_list_reply, listCookie);
     if (windows.empty())
         windows = std::move(inMappingOrder);
@@ -264,7 +262,7 @@ void askForTime(Connection& connection)
 
 xcb_timestamp_t answeredTime(Connection& connection)
 {
-    while (const Owned<xcb_generic_event_t> event {xcb_poll_for_queued_event(connection.xcb)}) {
+    while (const Owned<xcb_generic_event_t> event{xcb_poll_for_queued_event(connection.xcb)}) {
         if ((event->response_type & 0x7F) == XCB_PROPERTY_NOTIFY)
             return reinterpret_cast<xcb_property_notify_event_t*>(event.get())->time;
     }
@@ -290,8 +288,8 @@ void activate(Walk& walk, xcb_window_t window)
     uint32_t currentDesktop = 0;
     const bool hasDesktop = xcb_ewmh_get_wm_desktop_reply(ewmh, desktopCookie, &itsDesktop, nullptr)
         && itsDesktop != allDesktops;
-    const bool hasCurrent
-        = xcb_ewmh_get_current_desktop_reply(ewmh, currentCookie, &currentDesktop, nullptr);
+    const bool hasCurrent =
+        xcb_ewmh_get_current_desktop_reply(ewmh, currentCookie, &currentDesktop, nullptr);
     if (!attributes)
         return; // gone
     const xcb_timestamp_t now = answeredTime(connection);
@@ -301,8 +299,8 @@ void activate(Walk& walk, xcb_window_t window)
     for (const xcb_window_t each : ownersFirst(walk, window))
         xcb_ewmh_request_change_active_window(ewmh, connection.screen, each,
                                               XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER, now, XCB_NONE);
-    const Owned<xcb_get_input_focus_reply_t> barrier(xcb_get_input_focus_reply(
-        connection.xcb, xcb_get_input_focus(connection.xcb), nullptr));
+    const Owned<xcb_get_input_focus_reply_t> barrier(
+        xcb_get_input_focus_reply(connection.xcb, xcb_get_input_focus(connection.xcb), nullptr));
     walk.activated = barrier != nullptr;
 }
 
@@ -319,8 +317,9 @@ BOOL EnumDesktopWindows(HDESK /*desktop*/, WNDENUMPROC callback, LPARAM context)
     if (!std::getenv("DISPLAY") || !finishes(walk, lookAround))
         return FALSE;
     currentWalk = walk;
-    const bool ended = std::all_of(walk->windows.begin(), walk->windows.end(),
-                                   [&](const Window& window) { return callback(window.id, context); });
+    const bool ended =
+        std::all_of(walk->windows.begin(), walk->windows.end(),
+                    [&](const Window& window) { return callback(window.id, context); });
     currentWalk.reset();
     return ended;
 }
@@ -338,5 +337,6 @@ BOOL SetForegroundWindow(HWND window)
     if (!currentWalk)
         return FALSE;
     const auto id = static_cast<xcb_window_t>(window);
-    return finishes(currentWalk, [id](Walk& walk) { activate(walk, id); }) && currentWalk->activated;
+    return finishes(currentWalk, [id](Walk& walk) { activate(walk, id); })
+        && currentWalk->activated;
 }

@@ -27,8 +27,7 @@ void append(std::wostringstream& line, const QString& text);
 void append(std::wostringstream& line, int number);
 void append(std::wostringstream& line, quint16 number);
 
-template <typename Piece>
-decltype(auto) valueOf(const Piece& piece)
+template <typename Piece> decltype(auto) valueOf(const Piece& piece)
 {
     if constexpr (std::is_invocable_v<const Piece&>)
         return piece();
@@ -56,8 +55,7 @@ void writeLine(const LogSink& sink, torvane::LogLevel level, const Values&... va
     may change them at any time. Takes no lock; call it from any thread. What the sink throws
     reaches the caller.
 */
-template <typename... Pieces>
-void logLine(torvane::LogLevel level, const Pieces&... pieces)
+template <typename... Pieces> void logLine(torvane::LogLevel level, const Pieces&... pieces)
 {
     if (const LogSink* sink = LogBridge::sinkFor(level))
         LogBridge::writeLine(*sink, level, LogBridge::valueOf(pieces)...);

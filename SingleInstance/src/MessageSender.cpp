@@ -42,8 +42,9 @@ bool connectByAnyProtocol(QTcpSocket& socket, quint16 port)
 void writeMessage(QTcpSocket& socket, const QByteArray& message)
 {
     if (socket.write(message) != message.size())
-        logLine(LogLevel::Warning, "failed to write all message data, socket error: ",
-                [&socket] { return static_cast<int>(socket.error()); });
+        logLine(LogLevel::Warning, "failed to write all message data, socket error: ", [&socket] {
+            return static_cast<int>(socket.error());
+        });
     socket.flush();
     socket.waitForBytesWritten(writeTimeout);
     socket.close();

@@ -109,12 +109,13 @@ void Receiver::parseMessage()
     QStringList arguments;
     const QDataStream::Status status = unpackArguments(receivedData, arguments);
     if (status != QDataStream::Ok) {
-        logLine(LogLevel::Warning, "invalid message received, stream status: ",
-                [status] { return static_cast<int>(status); });
+        logLine(LogLevel::Warning, "invalid message received, stream status: ", [status] {
+            return static_cast<int>(status);
+        });
         return;
     }
-    logLine(LogLevel::Info, "message received: ",
-            [&arguments] { return arguments.join(QLatin1Char(' ')); });
+    logLine(LogLevel::Info,
+            "message received: ", [&arguments] { return arguments.join(QLatin1Char(' ')); });
     (*messageCallback)(arguments);
 }
 

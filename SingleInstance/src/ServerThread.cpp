@@ -105,9 +105,8 @@ void ServerThread::report(bool ok)
 
 } // namespace
 
-std::unique_ptr<QThread>
-makeServerThread(std::function<void(bool)> startedCallback,
-                 std::function<void(const QStringList&)> messageCallback)
+std::unique_ptr<QThread> makeServerThread(std::function<void(bool)> startedCallback,
+                                          std::function<void(const QStringList&)> messageCallback)
 {
     return std::make_unique<ServerThread>(std::move(startedCallback), std::move(messageCallback));
 }

@@ -20,8 +20,7 @@ namespace SingleInstance {
     thread leaves its port there. The caller owns the thread object, which belongs to the calling
     thread, and destroys it only after the thread has finished.
 */
-std::unique_ptr<QThread>
-makeServerThread(std::function<void(bool)> startedCallback,
-                 std::function<void(const QStringList&)> messageCallback);
+std::unique_ptr<QThread> makeServerThread(std::function<void(bool)> startedCallback,
+                                          std::function<void(const QStringList&)> messageCallback);
 
 } // namespace SingleInstance

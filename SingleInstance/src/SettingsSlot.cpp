@@ -14,8 +14,8 @@ const QString masterPortKey = QStringLiteral("MasterPort");
 
 quint16 readMasterPort()
 {
-    const QVariant port
-        = Core::Settings::getInstance()->getValue(settingsGroup, masterPortKey, QVariant(0));
+    const QVariant port =
+        Core::Settings::getInstance()->getValue(settingsGroup, masterPortKey, QVariant(0));
     return static_cast<quint16>(port.toUInt());
 }
 

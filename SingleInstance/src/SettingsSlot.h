@@ -6,8 +6,8 @@ namespace SingleInstance {
 
 /*
  * The two values in the host's settings by which the processes of one application find their
- * master. Nothing is locked or cached: each call is one call of the host's store. Call them from any
- * thread.
+ * master. Nothing is locked or cached: each call is one call of the host's store. Call them from
+ * any thread.
  */
 
 /*! Returns the port of the master that claimed the slot last; 0 means that none holds it. */

@@ -12,10 +12,21 @@ namespace {
 /* Whether Qt takes the argument behind this one as its value. */
 bool takesValue(const char* option)
 {
-    static constexpr std::array options
-        = {"display", "geometry", "platform", "platformpluginpath", "platformtheme", "plugin",
-           "qwindowgeometry", "qwindowicon", "qwindowtitle", "session", "style", "stylesheet",
-           "title", "icon", "name"};
+    static constexpr std::array options = {"display",
+                                           "geometry",
+                                           "platform",
+                                           "platformpluginpath",
+                                           "platformtheme",
+                                           "plugin",
+                                           "qwindowgeometry",
+                                           "qwindowicon",
+                                           "qwindowtitle",
+                                           "session",
+                                           "style",
+                                           "stylesheet",
+                                           "title",
+                                           "icon",
+                                           "name"};
     const char* const name = option + (option[1] == '-' ? 2 : 1);
     return std::any_of(options.begin(), options.end(),
                        [name](const char* known) { return std::strcmp(known, name) == 0; });

@@ -8,5 +8,6 @@ struct TextFile {
     QString problem;
 };
 
-/*! Reads the file \a path as text, in UTF-8 or else Latin-1. Blocks on the disk, never on a pipe. */
+/*! Reads the file \a path as text, in UTF-8 or else Latin-1. Blocks on the disk, never on a pipe.
+ */
 TextFile readTextFile(const QString& path);

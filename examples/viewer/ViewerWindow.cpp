@@ -75,8 +75,8 @@ bool ViewerWindow::isWanted(const QString& path)
     const QFileInfo info(path);
     if (!info.isFile() || info.size() <= largeFile)
         return true;
-    const QString question
-        = tr("“%1” is large (%2 MiB). Open it?").arg(info.fileName()).arg(info.size() >> 20);
+    const QString question =
+        tr("“%1” is large (%2 MiB). Open it?").arg(info.fileName()).arg(info.size() >> 20);
     return QMessageBox::question(this, QString(), question) == QMessageBox::Yes;
 }
 

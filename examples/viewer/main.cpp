@@ -15,7 +15,8 @@ void setUpLog()
 {
     bool isNumber = false;
     const int level = qEnvironmentVariableIntValue("SINGLEINSTANCE_LOG_LEVEL", &isNumber);
-    const bool isLevel = isNumber && level >= 0 && level <= static_cast<int>(torvane::LogLevel::Off);
+    const bool isLevel =
+        isNumber && level >= 0 && level <= static_cast<int>(torvane::LogLevel::Off);
     torvane::SetLoggerLevel(isLevel ? static_cast<torvane::LogLevel>(level)
                                     : torvane::LogLevel::Warning);
     torvane::SetLoggerDelegate(torvane::WriteToStandardError);
@@ -45,8 +46,9 @@ int main(int argc, char* argv[])
     window.show();
     if (session.state() == SingleInstanceStateFailed)
         window.tell(QApplication::translate(
-            "main", "This window stands alone: no running viewer could be reached, and files "
-                    "opened later will not appear here."));
+            "main",
+            "This window stands alone: no running viewer could be reached, and files "
+            "opened later will not appear here."));
     window.open(QCoreApplication::arguments().mid(1));
     return session.run(&QApplication::exec);
 }

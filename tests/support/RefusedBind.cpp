@@ -9,8 +9,8 @@
 std::set<int> RefusedBind::families;
 
 /* Takes the place of the C library's, for Qt as well. */
-extern "C" __attribute__((visibility("default"))) int
-bind(int socket, const sockaddr* address, socklen_t length) noexcept
+extern "C" __attribute__((visibility("default"))) int bind(int socket, const sockaddr* address,
+                                                           socklen_t length) noexcept
 {
     if (RefusedBind::families.count(address->sa_family) > 0) {
         errno = EADDRNOTAVAIL;

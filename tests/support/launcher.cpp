@@ -4,8 +4,8 @@
  *   launcher session|bare [argument...]
  *
  * It answers in whole lines on standard output: "state N", then as the master "list A|B" for each
- * list that it receives. It obeys the lines on its standard input: "quit", "block N" (keeps the main
- * thread busy for N ms). It ends when the input ends, and after a minute at the latest.
+ * list that it receives. It obeys the lines on its standard input: "quit", "block N" (keeps the
+ * main thread busy for N ms). It ends when the input ends, and after a minute at the latest.
  */
 
 #include <Core/ObjectsPool.h>

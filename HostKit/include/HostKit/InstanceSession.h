@@ -36,8 +36,8 @@ class LaunchLock;
 
     Build it after the application object, with organisation and application name set, and use it
     in that thread alone. One at a time, and in all versions of the application that a user may run
-    side by side: it takes a master without a session for a crashed one. A process that ends without returning from run() ends as
-    after a crash: what was handed over and not yet received is lost.
+    side by side: it takes a master without a session for a crashed one. A process that ends without
+   returning from run() ends as after a crash: what was handed over and not yet received is lost.
 */
 class InstanceSession : public QObject {
     Q_OBJECT

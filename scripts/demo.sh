@@ -1,0 +1,105 @@
+#!/bin/sh
+# Sets up what is missing, builds the viewer, and shows the main job: three launches, one window.
+#
+# On a display the window stays open. Without one it happens on a private server, and ends with two
+# pictures: before and after the last launch.
+set -eu
+cd "$(dirname "$0")/.."
+. scripts/setup.sh
+
+# shellcheck disable=SC2086
+require_packages $build_packages
+if [ -z "${DISPLAY:-}" ]; then
+    # shellcheck disable=SC2086
+    require_packages $desktop_packages
+fi
+build release viewer screenshot
+
+binaries=$PWD/build/release/examples
+demo=$PWD/build/demo
+rm -rf "$demo"
+mkdir -p "$demo/documents" "$demo/elsewhere"
+if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
+    mkdir -m 700 "$demo/runtime"
+    export XDG_RUNTIME_DIR="$demo/runtime"
+fi
+printf 'This is the first document.\n' >"$demo/documents/first.txt"
+printf 'Opened by a relative path, from another folder.\n' >"$demo/elsewhere/second.txt"
+printf 'Grüße: blanks and letters of all kinds in its name.\n' >"$demo/documents/drei Grüße.txt"
+
+# Apart from the user's own viewer, if there is one.
+export XDG_CONFIG_HOME="$demo/settings" SINGLEINSTANCE_LOG_LEVEL=2
+started=
+
+# until_true COMMAND... : tries for up to ten seconds.
+until_true() {
+    for _ in $(seq 200); do
+        "$@" && return 0
+        sleep 0.05
+    done
+    echo "demo: gave up waiting for: $*" >&2
+    return 1
+}
+
+opened() {
+    grep -q "opened .*$1" "$demo/master.log"
+}
+
+# Whether the active window belongs to the process $1.
+is_active() {
+    window=$(xprop -root _NET_ACTIVE_WINDOW 2>/dev/null | sed 's/.* //')
+    [ "$(xprop -id "$window" _NET_WM_PID 2>/dev/null | sed 's/.* //')" = "$1" ]
+}
+
+start_private_display() {
+    trap 'for id in $started; do kill "$id" 2>/dev/null || true; done' EXIT
+    Xvfb -displayfd 3 -screen 0 1024x640x24 -nolisten tcp -noreset \
+        3>"$demo/display" 2>/dev/null &
+    started="$! $started"
+    until_true grep -q '^[0-9][0-9]*$' "$demo/display"
+    DISPLAY=:$(cat "$demo/display")
+    export DISPLAY
+    unset WAYLAND_DISPLAY XAUTHORITY
+    # Our own settings folder would hide the window manager's from it.
+    env -u XDG_CONFIG_HOME HOME="$demo" openbox >/dev/null 2>&1 &
+    started="$! $started"
+    until_true xprop -root _NET_SUPPORTING_WM_CHECK >/dev/null
+}
+
+second_launch() {
+    "$binaries/viewer" "$@" 2>/dev/null
+}
+
+has_display=${DISPLAY:-}
+[ -n "$has_display" ] || start_private_display
+
+"$binaries/viewer" "$demo/documents/first.txt" 2>"$demo/master.log" &
+master=$!
+[ -n "$has_display" ] || started="$master $started"
+until_true opened first.txt
+echo "first launch: the window is open"
+echo "second launch, from another folder, with a relative path:"
+(cd "$demo/elsewhere" && second_launch second.txt)
+until_true opened second.txt
+
+if [ -z "$has_display" ]; then
+    XDG_CONFIG_HOME="$demo/another" "$binaries/viewer" -qwindowtitle "Another program" \
+        -qwindowgeometry 600x360+300+200 2>/dev/null &
+    started="$! $started"
+    another=$!
+    until_true is_active "$another"
+    "$binaries/screenshot" "$demo/before.png"
+fi
+
+echo "third launch, with blanks and other letters in the name:"
+second_launch "$demo/documents/drei Grüße.txt"
+until_true opened "drei Grüße.txt"
+
+if [ -n "$has_display" ]; then
+    echo "The window on your display shows all three. It stays open."
+else
+    until_true is_active "$master"
+    "$binaries/screenshot" "$demo/after.png"
+    echo "before the third launch, another program in front: $demo/before.png"
+    echo "after it, one window with three tabs:              $demo/after.png"
+fi
