@@ -193,7 +193,7 @@ void EnduranceTest::leavesDescriptorsToTheHost()
 
 void EnduranceTest::leaksNothing()
 {
-    const auto cycle = [this] {
+    const auto cycle = [] {
         stopSingleInstance();
         startSingleInstance();
         QVERIFY(sendToMaster(packArguments({"never taken"})));
