@@ -110,13 +110,19 @@ void ViewerWindow::openFromOtherLaunch(const QStringList& arguments)
     open(arguments);
 }
 
-/* Also brings the window back when it was closed while a launch was handing over. */
+/*
+ * Also brings the window back when it was closed while a launch was handing over. A question that is
+ * open stays in front of it.
+ */
 void ViewerWindow::present()
 {
     setWindowState(windowState() & ~Qt::WindowMinimized);
     show();
     raise();
-    activateWindow();
+    QWidget* const question = QApplication::activeModalWidget();
+    QWidget* const front = question ? question : this;
+    front->raise();
+    front->activateWindow();
 }
 
 void ViewerWindow::chooseFiles()

@@ -1,4 +1,5 @@
 #include "FileArguments.h"
+#include "StartupNotification.h"
 #include "ViewerWindow.h"
 
 #include <HostKit/InstanceSession.h>
@@ -28,6 +29,7 @@ void setUpLog()
 int main(int argc, char* argv[])
 {
     FileArguments arguments(argc, argv);
+    const QByteArray launcherWaitsFor = startupId();
     QApplication application(arguments.count(), arguments.data());
     QCoreApplication::setOrganizationName(QStringLiteral("SingleInstance"));
     QCoreApplication::setApplicationName(QStringLiteral("viewer"));
@@ -35,6 +37,7 @@ int main(int argc, char* argv[])
 
     HostKit::InstanceSession session;
     if (session.state() == SingleInstanceStateSecondary) {
+        endStartup(launcherWaitsFor);
         std::puts("viewer: handed over to the window that is open");
         return 0;
     }
