@@ -1,5 +1,6 @@
 #include "MessageFormat.h"
 #include "MessageSender.h"
+#include "Rounds.h"
 #include "ScriptedHost.h"
 #include "SingleInstanceController.h"
 
@@ -15,6 +16,7 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 using namespace SingleInstance;
@@ -32,6 +34,21 @@ double processorSeconds()
     ::getrusage(RUSAGE_SELF, &used);
     return double(used.ru_utime.tv_sec + used.ru_stime.tv_sec)
         + double(used.ru_utime.tv_usec + used.ru_stime.tv_usec) / 1e6;
+}
+
+QByteArray messageOf(const QString& argument)
+{
+    return prefixed(packArguments({argument}));
+}
+
+/* A thousand, or as many as the descriptors of both ends allow. */
+int mostClients()
+{
+    rlimit limit = {};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+    return int(std::min<rlim_t>(1000, (limit.rlim_cur - 200) / 2));
 }
 
 /* Descriptors that the host uses for something else. */
@@ -89,10 +106,18 @@ public:
         socket.connectToHost(address, quint16(ScriptedHost::setting("MasterPort").toUInt()));
         return socket.waitForConnected(5000);
     }
-    void send(const QStringList& list)
+    void send(const QByteArray& bytes)
     {
-        socket.write(prefixed(packArguments(list)));
+        socket.write(bytes);
         socket.waitForBytesWritten(5000);
+    }
+    void close(bool reset)
+    {
+        const linger immediate = {1, 0};
+        if (reset)
+            ::setsockopt(int(socket.socketDescriptor()), SOL_SOCKET, SO_LINGER, &immediate,
+                         sizeof immediate);
+        socket.close();
     }
 
 private:
@@ -109,6 +134,8 @@ class EnduranceTest : public QObject {
 private slots:
     void init();
     void cleanup();
+    void recoversFromAFlood_data();
+    void recoversFromAFlood();
     void starvesQuietly_data();
     void starvesQuietly();
     void leavesDescriptorsToTheHost();
@@ -116,6 +143,7 @@ private slots:
     void terminatesAThreadThatDoesNotEnd();
 
 private:
+    void flood(const QByteArray& sent, bool reset);
     bool handOver(const QString& name); // and wait until it has arrived
 
     SingleInstanceController* controller = nullptr;
@@ -142,6 +170,51 @@ bool EnduranceTest::handOver(const QString& name)
         && QTest::qWaitFor([&] { return controller->takeMessages().contains({name}); });
 }
 
+void EnduranceTest::recoversFromAFlood_data()
+{
+    QTest::addColumn<QByteArray>("sent");
+    QTest::addColumn<bool>("reset");
+
+    QTest::newRow("idle connections") << QByteArray() << false;
+    QTest::newRow("half a prefix") << QByteArray("\x12") << false;
+    QTest::newRow("half a message") << prefixed(QByteArray(60000, 'x')).left(30000) << false;
+    QTest::newRow("connections that reset") << QByteArray("\x12\0\0", 3) << true;
+}
+
+void EnduranceTest::recoversFromAFlood()
+{
+    QFETCH(QByteArray, sent);
+    QFETCH(bool, reset);
+    const int count = rounds("FLOOD_ROUNDS", 1);
+    for (int round = 0; round < count && !QTest::currentTestFailed(); ++round)
+        flood(sent, reset);
+    qInfo("%d connections: %d rounds, recovered each time", mostClients(), count);
+}
+
+void EnduranceTest::flood(const QByteArray& sent, bool reset)
+{
+    QVERIFY(handOver("before"));
+    const auto memory = ::mallinfo2().uordblks;
+    const int files = entries("/proc/self/fd");
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < mostClients(); ++i) {
+        clients.push_back(std::make_unique<Client>());
+        QVERIFY(clients.back()->connectToMaster());
+        clients.back()->send(sent);
+    }
+    QVERIFY(handOver("among them"));
+    const double before = processorSeconds();
+    QVERIFY(!QTest::qWaitFor([this] { return !controller->peekMessages().isEmpty(); }, 300));
+    QVERIFY2(processorSeconds() - before < 0.2, "the master does not rest");
+
+    for (const auto& client : clients)
+        client->close(reset);
+    clients.clear();
+    QTRY_COMPARE(entries("/proc/self/fd"), files);
+    QVERIFY(handOver("after"));
+    QVERIFY(::mallinfo2().uordblks < memory + (1 << 20));
+}
+
 void EnduranceTest::starvesQuietly_data()
 {
     QTest::addColumn<bool>("servedBefore");
@@ -161,7 +234,7 @@ void EnduranceTest::starvesQuietly()
 
     const double before = processorSeconds();
     QVERIFY(client.connectToMaster()); // the kernel's queue takes it
-    client.send({"starved"});
+    client.send(messageOf("starved"));
     QVERIFY(!QTest::qWaitFor([&] { return !controller->peekMessages().isEmpty(); }, 1000));
     QVERIFY2(processorSeconds() - before < 0.5, "the master spins");
     QCOMPARE(ScriptedHost::takeLog(), QStringList());
@@ -179,7 +252,7 @@ void EnduranceTest::leavesDescriptorsToTheHost()
     const DescriptorLimit limit(60);
     for (const auto& client : clients)
         QVERIFY(client->connectToMaster());
-    clients.back()->send({"behind idle ones"});
+    clients.back()->send(messageOf("behind idle ones"));
     QTRY_VERIFY(entries("/proc/self/fd") > 55 + 20); // as many as it takes
     UsedDescriptors used;
     QVERIFY(used.useAll() >= 16);

@@ -1,4 +1,5 @@
 #include "Process.h"
+#include "Rounds.h"
 
 #include <QtNetwork/QTcpServer>
 #include <QtTest/QtTest>
@@ -12,11 +13,6 @@ namespace {
 std::unique_ptr<Process> launch(const QStringList& arguments, const char* mode = "session")
 {
     return std::make_unique<Process>(LAUNCHER, QStringList(mode) + arguments);
-}
-
-int rounds(const char* variable, int usual)
-{
-    return qEnvironmentVariableIsSet(variable) ? qEnvironmentVariableIntValue(variable) : usual;
 }
 
 } // namespace

@@ -219,6 +219,7 @@ void lookAround(Walk& walk)
         return;
     const std::vector<xcb_window_t> listed = listedWindows(walk.connection);
     std::vector<Questions> asked;
+    asked.reserve(listed.size());
     for (const xcb_window_t window : listed)
         asked.push_back(ask(walk.connection, window));
     const std::string thisMachine = machineName();

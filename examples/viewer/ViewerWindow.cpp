@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr qint64 largeFile = 8 * 1024 * 1024;
+constexpr qint64 largeFile = 8 << 20; // bytes
 constexpr int noticedLines = 6;
 
 } // namespace

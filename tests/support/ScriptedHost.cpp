@@ -148,7 +148,7 @@ void Invokator::invokeInCurrentThread(std::function<void()> function, QObject* c
 {
     const QMutexLocker lock(&mutex);
     if (state.holdsInvoked)
-        state.invoked.append({context, std::move(function)});
+        state.invoked.append({context, function});
     else
         QMetaObject::invokeMethod(context, std::move(function), Qt::QueuedConnection);
 }

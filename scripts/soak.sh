@@ -1,0 +1,44 @@
+#!/bin/sh
+# Repeats the faults of docs/reliability.md many times, in ten minutes at most, and prints its table.
+set -eu
+cd "$(dirname "$0")/.."
+. scripts/setup.sh
+
+# shellcheck disable=SC2086
+require_packages $build_packages clang libclang-rt-14-dev
+build release
+build asan fuzz_receiver
+
+tests=$PWD/build/release/tests
+logs=$PWD/build/soak
+rm -rf "$logs"
+mkdir -p "$logs/fuzz"
+export QT_QPA_PLATFORM=offscreen LC_ALL=C.UTF-8 QTEST_DISABLE_STACK_DUMP=1 QTEST_FUNCTION_TIMEOUT=600000
+failed=0
+
+# row FAULT COMMAND... : runs it and prints a row with what it says of itself.
+row() {
+    fault=$1
+    shift
+    if timeout 300 "$@" >"$logs/last" 2>&1; then
+        outcome=$(sed -n 's/^QINFO *: [^ ]* //p; s/^Done \([0-9]*\) runs.*/\1 inputs, 0 findings/p' \
+            "$logs/last" | sed "s/^.*: \([0-9]* rounds\)/\1/" | paste -sd '+' | sed 's/+/; /g')
+    else
+        outcome="FAILED, see $logs/$fault.log"
+        cp "$logs/last" "$logs/$fault.log"
+        failed=1
+    fi
+    printf '| %s | %s |\n' "$fault" "$outcome"
+}
+
+printf '| fault | outcome |\n|---|---|\n'
+export STORM_ROUNDS=100 QUIT_ROUNDS=500 KILL_ROUNDS=300 FLOOD_ROUNDS=10
+for launches in 2 8 32; do
+    row "$launches launches at once" "$tests/tst_processes" "launchesAtOnce:$launches"
+done
+row "3 launches while the master quits" "$tests/tst_processes" quitsWithoutLosingAList
+row "kill -9 at a random moment" "$tests/tst_processes" startsAfterAKill
+row "floods of 1,000 connections" "$tests/tst_endurance" recoversFromAFlood
+row "hostile bytes" build/asan/tests/fuzz_receiver -runs=1000000 -max_len=600 -timeout=10 \
+    "$logs/fuzz" tests/corpus
+exit "$failed"

@@ -1,0 +1,87 @@
+/*
+ * Feeds the receiver with bytes, in parts whose length the first byte decides, and holds what comes
+ * out against what the bytes say. Built with Clang's libFuzzer by the preset asan.
+ */
+
+#include "MessageFormat.h"
+#include "Receiver.h"
+#include "ScriptedHost.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QPointer>
+
+#include <algorithm>
+#include <array>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace SingleInstance;
+
+namespace {
+
+constexpr int mostParts = 32; // each takes a turn of the event loop
+
+/* Returns whether \a list is the one that \a message carries, read by the stock operator. */
+bool isCarriedBy(const QByteArray& message, const QStringList& list)
+{
+    if (message.size() < prefixSize || message.size() < prefixSize + bodySize(message))
+        return false;
+    const QByteArray body = message.mid(prefixSize, bodySize(message));
+    QDataStream stream(body);
+    quint32 count = 0;
+    stream >> count;
+    if (count > quint32(body.size())) // would have the stock operator reserve gigabytes
+        return false;
+    stream.device()->seek(0);
+    QStringList expected;
+    stream >> expected;
+    return stream.status() == QDataStream::Ok && expected == list;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static int argc = 1;
+    static std::array<char, 5> name = {"fuzz"};
+    static std::array<char*, 2> argv = {name.data(), nullptr};
+    static QCoreApplication application(argc, argv.data());
+    if (size == 0)
+        return 0;
+    ScriptedHost::reset();
+
+    std::array<int, 2> ends = {};
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0)
+        qFatal("no socket");
+    auto socket = std::make_unique<QTcpSocket>();
+    socket->setSocketDescriptor(ends[0]);
+    const QPointer<QTcpSocket> open = socket.get();
+    QList<QStringList> lists;
+    QObject parent;
+    receiveMessage(std::move(socket),
+                   std::make_shared<MessageCallback>(
+                       [&lists](const QStringList& list) { lists.append(list); }),
+                   &parent);
+
+    const QByteArray message(reinterpret_cast<const char*>(data) + 1, int(size) - 1);
+    const int part =
+        data[0] == 0 ? message.size() + 1 : std::max(int(data[0]), message.size() / mostParts + 1);
+    for (int sent = 0; sent < message.size() && open; sent += part) {
+        const QByteArray bytes = message.mid(sent, part);
+        if (::send(ends[1], bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL | MSG_DONTWAIT)
+            < 0)
+            break;
+        QCoreApplication::processEvents();
+    }
+    ::close(ends[1]);
+    for (int i = 0; i < 10 && open; ++i) {
+        QCoreApplication::processEvents();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    if (open)
+        qFatal("the receiver stays");
+    if (lists.size() > 1 || (lists.size() == 1 && !isCarriedBy(message, lists.first())))
+        qFatal("not what was sent");
+    return 0;
+}
