@@ -10,10 +10,58 @@
 
 namespace {
 
-std::unique_ptr<Process> launch(const QStringList& arguments, const char* mode = "session")
+/* By a session, unless LAUNCH_MODE=bare asks what the bare entry points make of it. */
+std::unique_ptr<Process> launch(const QStringList& arguments, const char* mode = nullptr)
 {
-    return std::make_unique<Process>(LAUNCHER, QStringList(mode) + arguments);
+    const QString usual = qEnvironmentVariable("LAUNCH_MODE", "session");
+    return std::make_unique<Process>(LAUNCHER, QStringList(mode ? mode : usual) + arguments);
 }
+
+QStringList statesOf(const std::vector<std::unique_ptr<Process>>& processes, size_t first = 0)
+{
+    QStringList states;
+    for (size_t i = first; i < processes.size(); ++i)
+        states.append(processes[i]->waitForLine("state .*"));
+    return states;
+}
+
+/* What became of many launches. */
+struct Tally {
+    int twoMasters = 0;
+    int failed = 0;
+    int handedOver = 0;
+    int lost = 0;
+    int repeated = 0;
+
+    /* Ends the masters among \a processes, which are all decided, and counts what they showed. */
+    void count(const QStringList& states, const std::vector<std::unique_ptr<Process>>& processes)
+    {
+        QStringList shown;
+        for (int i = 0; i < states.size(); ++i) {
+            processes[size_t(i)]->write("quit\n");
+            shown += processes[size_t(i)]->waitForEnd().filter("list ");
+        }
+        for (int i = 0; i < states.size(); ++i) {
+            if (states[i] == "state 1")
+                continue;
+            failed += states[i] == "state 2" ? 0 : 1;
+            ++handedOver;
+            const int times = shown.count("list " + processes[size_t(i)]->arguments().last());
+            lost += times == 0 ? 1 : 0;
+            repeated += times > 1 ? 1 : 0;
+        }
+    }
+    bool isClean() const { return twoMasters + failed + lost + repeated == 0; }
+    QString text() const
+    {
+        return QString("%1 with two masters, %2 of %3 lists lost, %4 repeated, %5 launches failed")
+            .arg(twoMasters)
+            .arg(lost)
+            .arg(handedOver)
+            .arg(repeated)
+            .arg(failed);
+    }
+};
 
 } // namespace
 
@@ -148,38 +196,29 @@ void ProcessesTest::launchesAtOnce()
 {
     QFETCH(int, launches);
     const int count = rounds("STORM_ROUNDS", launches < 32 ? 3 : 1);
+    Tally tally;
+    qint64 milliseconds = 0;
     for (int round = 0; round < count; ++round) {
         init();
+        QElapsedTimer timer;
+        timer.start();
         std::vector<std::unique_ptr<Process>> all;
         for (int i = 0; i < launches; ++i)
             all.push_back(launch({QString::number(i)}));
-        QStringList expected;
-        Process* master = nullptr;
-        for (int i = 0; i < launches; ++i) {
-            const QString state = all[size_t(i)]->waitForLine("state .*");
-            if (state == "state 1") {
-                QVERIFY2(!master, "two masters");
-                master = all[size_t(i)].get();
-            } else {
-                QCOMPARE(state, "state 2");
-                expected.append("list " + QString::number(i));
-            }
-        }
-        QVERIFY(master);
-        QStringList shown;
-        for (int i = 1; i < launches; ++i)
-            shown.append(master->waitForLine("list .*"));
-        std::sort(shown.begin(), shown.end());
-        std::sort(expected.begin(), expected.end());
-        QCOMPARE(shown, expected);
+        const QStringList states = statesOf(all);
+        milliseconds += timer.elapsed();
+        tally.twoMasters += states.count("state 1") == 1 ? 0 : 1;
+        tally.count(states, all);
     }
-    qInfo("%d launches at once: %d rounds, one master each, 0 lost, 0 failed", launches, count);
+    qInfo("%d launches at once: %d rounds, %s, %lld ms a launch", launches, count,
+          qPrintable(tally.text()), milliseconds / (count * launches));
+    QVERIFY(tally.isClean());
 }
 
 void ProcessesTest::quitsWithoutLosingAList()
 {
     const int count = rounds("QUIT_ROUNDS", 5);
-    int late = 0;
+    Tally tally;
     for (int round = 0; round < count; ++round) {
         init();
         std::vector<std::unique_ptr<Process>> all;
@@ -189,20 +228,10 @@ void ProcessesTest::quitsWithoutLosingAList()
             all.push_back(launch({QString::number(i)}));
         QTest::qWait(QRandomGenerator::global()->bounded(30)); // which of them is first varies
         all[0]->write("quit\n");
-        // Those that became masters later are asked to quit once nobody can hand over any more.
-        QStringList states;
-        for (const auto& process : all)
-            states.append(process == all[0] ? QString() : process->waitForLine("state .*"));
-        int shown = 0;
-        for (const auto& process : all) {
-            process->write("quit\n");
-            shown += process->waitForEnd().filter("list ").size();
-        }
-        QCOMPARE(states.filter("state 3").size(), 0);
-        QCOMPARE(shown, states.filter("state 2").size());
-        late += states.filter("state 1").size();
+        tally.count(QStringList("state 1") + statesOf(all, 1), all);
     }
-    qInfo("3 launches while the master quits: %d rounds, 0 lost; %d became master", count, late);
+    qInfo("3 launches while the master quits: %d rounds, %s", count, qPrintable(tally.text()));
+    QVERIFY(tally.isClean());
 }
 
 void ProcessesTest::startsAfterAKill()
