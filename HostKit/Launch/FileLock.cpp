@@ -6,11 +6,10 @@
 
 #include <cerrno>
 #include <condition_variable>
-#include <memory>
+#include <functional>
 #include <mutex>
 #include <system_error>
 #include <thread>
-#include <utility>
 
 #include <csignal>
 #include <fcntl.h>
@@ -40,85 +39,97 @@ bool lock(int file, int operation)
     return result == 0;
 }
 
-/* flock() knows no time limit, so that a thread waits in it on behalf of one that has to go on. */
-struct Waiting {
-    std::mutex mutex;
-    std::condition_variable ended;
-    bool locked = false;
-    bool failed = false;
-    bool abandoned = false;
-};
-
-void waitInKernel(int file, const std::shared_ptr<Waiting>& waiting)
-{
-    const bool locked = lock(file, LOCK_EX);
-    const std::lock_guard<std::mutex> guard(waiting->mutex);
-    waiting->locked = locked;
-    waiting->failed = !locked;
-    if (waiting->abandoned)
-        ::close(file); // nobody wants the lock any more
-    waiting->ended.notify_one();
-}
-
-/* Starts a thread that leaves all signals to the host's own threads. Returns whether it did. */
-bool startWaiting(int file, const std::shared_ptr<Waiting>& waiting)
+/* Starts a thread that leaves all signals to the host's own threads; without one, nobody waits. */
+void startThread(const std::function<void()>& work)
 {
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    bool started = true;
     try {
-        std::thread(waitInKernel, file, waiting).detach();
+        std::thread(work).detach();
     } catch (const std::system_error&) {
-        started = false;
+        qWarning("HostKit: cannot start a thread to wait for a lock");
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return started;
-}
-
-/* Returns whether the lock was taken; closes the file, sooner or later, if it was not. */
-bool lockWithin(int file, std::chrono::milliseconds patience)
-{
-    if (lock(file, LOCK_EX | LOCK_NB))
-        return true;
-    const auto waiting = std::make_shared<Waiting>();
-    if (errno != EWOULDBLOCK || patience.count() <= 0 || !startWaiting(file, waiting)) {
-        ::close(file);
-        return false;
-    }
-    std::unique_lock<std::mutex> guard(waiting->mutex);
-    waiting->ended.wait_for(guard, patience,
-                            [&waiting] { return waiting->locked || waiting->failed; });
-    waiting->abandoned = !waiting->locked && !waiting->failed;
-    if (waiting->failed)
-        ::close(file);
-    return waiting->locked;
 }
 
 } // namespace
 
-FileLock::FileLock(FileLock&& other) noexcept
-    : descriptor(std::exchange(other.descriptor, -1))
+/*
+ * flock() knows no time limit, so that a thread waits in it on behalf of one that has to go on. The
+ * file is closed, and the lock released with it, by whoever is the last to have a part in it.
+ */
+struct FileLock::State {
+    explicit State(int openFile)
+        : file(openFile)
+    {
+    }
+    ~State()
+    {
+        if (file >= 0)
+            ::close(file);
+    }
+    Q_DISABLE_COPY_MOVE(State)
+
+    static void wait(const std::shared_ptr<State>& state)
+    {
+        const bool locked = lock(state->file, LOCK_EX);
+        const std::lock_guard<std::mutex> guard(state->mutex);
+        state->ended = true;
+        state->locked = locked;
+        state->changed.notify_one();
+    }
+
+    const int file;
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool ended = false; // the waiting
+    bool locked = false;
+};
+
+FileLock::FileLock() = default;
+FileLock::FileLock(FileLock&& other) noexcept = default;
+FileLock& FileLock::operator=(FileLock&& other) noexcept = default;
+FileLock::~FileLock() = default;
+
+bool FileLock::isTaken() const
 {
+    if (!state)
+        return false;
+    const std::lock_guard<std::mutex> guard(state->mutex);
+    return state->locked;
 }
 
-FileLock& FileLock::operator=(FileLock&& other) noexcept
+/* Tries once, without waiting. */
+FileLock FileLock::attempt(const QString& path)
 {
-    std::swap(descriptor, other.descriptor);
-    return *this;
+    FileLock attempted;
+    attempted.state = std::make_shared<State>(openLockFile(path));
+    State& state = *attempted.state;
+    state.locked = state.file >= 0 && lock(state.file, LOCK_EX | LOCK_NB);
+    state.ended = state.file < 0 || state.locked || errno != EWOULDBLOCK;
+    return attempted;
 }
 
-FileLock::~FileLock()
+FileLock FileLock::request(const QString& path)
 {
-    if (descriptor >= 0)
-        ::close(descriptor);
+    FileLock requested = attempt(path);
+    if (!requested.state->ended)
+        startThread([state = requested.state] { State::wait(state); });
+    return requested;
 }
 
 FileLock FileLock::take(const QString& path, std::chrono::milliseconds patience)
 {
-    const int file = openLockFile(path);
-    return file >= 0 && lockWithin(file, patience) ? FileLock(file) : FileLock();
+    FileLock taken = patience.count() > 0 ? request(path) : attempt(path);
+    State& state = *taken.state;
+    std::unique_lock<std::mutex> guard(state.mutex);
+    const bool locked = state.locked
+        || (state.changed.wait_for(guard, patience, [&state] { return state.ended; })
+            && state.locked);
+    guard.unlock();
+    return locked ? std::move(taken) : FileLock();
 }
 
 } // namespace HostKit

@@ -3,6 +3,7 @@
 #include <QtCore/QString>
 
 #include <chrono>
+#include <memory>
 
 namespace HostKit {
 
@@ -11,11 +12,13 @@ namespace HostKit {
 
     The kernel holds it for the open file: it goes with its holder, however that dies, and a program
     that the holder starts does not inherit it. (A child that is forked and runs no other program
-    does.) Move-only; use an object from one thread at a time.
+    does.) An object that is destroyed releases the lock, or no longer waits for it. Move-only; use
+    an object from one thread at a time.
 */
 class Q_DECL_HIDDEN FileLock {
 public:
-    FileLock() = default;
+    /*! Neither has a lock nor waits for one. */
+    FileLock();
     FileLock(FileLock&& other) noexcept;
     FileLock& operator=(FileLock&& other) noexcept;
     ~FileLock();
@@ -27,15 +30,17 @@ public:
     */
     static FileLock take(const QString& path, std::chrono::milliseconds patience);
 
-    bool isTaken() const { return descriptor >= 0; }
+    /*! Returns at once an object that takes the lock on the file \a path as soon as it is free. */
+    static FileLock request(const QString& path);
+
+    /*! Returns whether this object has the lock now. */
+    bool isTaken() const;
 
 private:
-    explicit FileLock(int lockedDescriptor)
-        : descriptor(lockedDescriptor)
-    {
-    }
+    static FileLock attempt(const QString& path);
 
-    int descriptor = -1;
+    struct State;
+    std::shared_ptr<State> state; // shared with a thread that waits
 };
 
 } // namespace HostKit

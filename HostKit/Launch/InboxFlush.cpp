@@ -60,14 +60,15 @@ quint16 ownPort()
     return isOurs ? static_cast<quint16>(setting("MasterPort")) : quint16(0);
 }
 
-bool sendMark(quint16 port)
+bool sendMark(quint16 port, const QDeadlineTimer& deadline)
 {
+    const auto remaining = [&deadline] { return static_cast<int>(deadline.remainingTime()); };
     QTcpSocket socket;
     for (const auto address : {QHostAddress::LocalHostIPv6, QHostAddress::LocalHost}) {
         socket.connectToHost(QHostAddress(address), port, QIODevice::WriteOnly);
-        if (socket.waitForConnected(timeLimit)) {
+        if (socket.waitForConnected(remaining())) {
             socket.write(messageOf({markName()}));
-            return socket.waitForBytesWritten(timeLimit);
+            return socket.waitForBytesWritten(remaining());
         }
     }
     return false;
@@ -85,7 +86,7 @@ int marksIn(SingleInstanceController& controller)
 void sendMarks(SingleInstanceController& controller, quint16 port, QSemaphore& arrivals)
 {
     const QDeadlineTimer deadline(timeLimit);
-    for (int sent = 1, quiet = 0; quiet < quietMarks && sendMark(port); ++sent) {
+    for (int sent = 1, quiet = 0; quiet < quietMarks && sendMark(port, deadline); ++sent) {
         const int before = controller.peekMessages().size();
         while (marksIn(controller) < sent) {
             if (!arrivals.tryAcquire(1, static_cast<int>(deadline.remainingTime())))

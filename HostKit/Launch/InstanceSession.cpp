@@ -25,7 +25,8 @@
  * one knows that no master lives, and that a port in the settings was left by a crash. Anybody may
  * be listening on it by now, and would be taken for the master: so it is cleared first.
  *
- * A launch that could not take launch.lock in time looks at neither lock nor port.
+ * A launch that could not take launch.lock in time does without: should it become the master, it
+ * waits for master.lock in the background.
  */
 
 namespace HostKit {
@@ -34,10 +35,9 @@ using SingleInstance::SingleInstanceController;
 
 namespace {
 
-FileLock tryMasterLock()
+QString masterLockPath()
 {
-    return FileLock::take(applicationFolder() + QLatin1String("/master.lock"),
-                          std::chrono::milliseconds(0));
+    return applicationFolder() + QLatin1String("/master.lock");
 }
 
 SingleInstanceController* findController()
@@ -75,15 +75,15 @@ InstanceSession::~InstanceSession()
 void InstanceSession::start()
 {
     if (launches->isTaken()) {
-        *life = tryMasterLock();
+        *life = FileLock::take(masterLockPath(), std::chrono::milliseconds(0));
         if (life->isTaken())
             clearPort();
     }
     decided = startSingleInstance();
     SingleInstanceController* const controller = findController();
     if (controller) {
-        if (!life->isTaken())
-            *life = tryMasterLock();
+        if (!life->isTaken()) // its last holder may be about to go, or hang; have it as soon as it is free
+            *life = FileLock::request(masterLockPath());
         connect(controller, &SingleInstanceController::messageReceived, this,
                 &InstanceSession::receive); // earlier ones are fetched when somebody connects
     } else {

@@ -53,14 +53,15 @@ extern "C" {
  *
  * Thread:   the host's main thread. Must not overlap with any other call of these three functions
  *           or of the static members below.
- * Blocks:   milliseconds when a master answers, or when there is none. At worst three minutes: two
- *           attempts to hand over, each with a limit of 30 s for connecting by IPv6, by IPv4 and
- *           for writing. Runs no event loop.
+ * Blocks:   milliseconds when a master answers, or when there is none. At worst two and a half
+ *           minutes: each of two attempts to hand over gives up connecting after 30 s by IPv6 and
+ *           30 s by IPv4, the one that connects takes 30 s at most to write, and the desktop is
+ *           given 2 s. Runs no event loop.
  * Result:   see SingleInstanceState. Secondary means that the arguments were delivered to the
  *           operating system of a process that accepted the connection; nothing is acknowledged.
  * Failures: arguments that take more than 65,535 bytes packed (4 bytes, and for every argument 4
- *           bytes and 2 for each UTF-16 code unit) give Failed, as does a settings store that
- *           cannot be written. Every outcome is also a line in the host's log.
+ *           bytes and 2 for each UTF-16 code unit) give Failed. So does, where no master is found,
+ *           a settings store that cannot be written. Every outcome is also a line in the host's log.
  * Called again: in a master, returns Master (or Failed if its server ended) and does nothing else.
  *           In any other process, runs the whole arbitration again.
  */
@@ -73,8 +74,9 @@ SINGLEINSTANCE_EXPORT SingleInstanceState startSingleInstance(void);
  *
  * Thread:   that of startSingleInstance().
  * Blocks:   until the server thread has ended, normally a millisecond. A slot that is connected
- *           directly to messageReceived() and does not return holds it up for 10 s; then the thread
- *           is terminated.
+ *           directly to messageReceived() and does not return holds it up. After 10 s the thread is
+ *           terminated, which takes effect at the slot's next system call that can be cancelled; a
+ *           slot that makes none is waited for.
  * Result:   always SingleInstanceStateInactive.
  */
 SINGLEINSTANCE_EXPORT SingleInstanceState stopSingleInstance(void);
@@ -203,6 +205,6 @@ private:
 
 } // namespace SingleInstance
 
-#endif // __cplusplus
+#endif /* __cplusplus */
 
-#endif // SINGLEINSTANCECONTROLLER_H
+#endif /* SINGLEINSTANCECONTROLLER_H */

@@ -15,14 +15,6 @@ void fatalError(const char* message)
 
 namespace LogBridge {
 
-const LogSink* sinkFor(torvane::LogLevel level)
-{
-    if (torvane::GetLoggerLevel() > level)
-        return nullptr;
-    const LogSink& sink = torvane::GetLoggerDelegate();
-    return sink ? &sink : nullptr;
-}
-
 void append(std::wostringstream& line, const char* text)
 {
     line << text;

@@ -19,9 +19,6 @@ using LogSink = std::function<void(torvane::LogLevel, const std::wstring&)>;
 
 namespace LogBridge {
 
-/*! Returns the host's sink if it wants a line of \a level, else null. */
-const LogSink* sinkFor(torvane::LogLevel level);
-
 void append(std::wostringstream& line, const char* text);
 void append(std::wostringstream& line, const QString& text);
 void append(std::wostringstream& line, int number);
@@ -57,8 +54,10 @@ void writeLine(const LogSink& sink, torvane::LogLevel level, const Values&... va
 */
 template <typename... Pieces> void logLine(torvane::LogLevel level, const Pieces&... pieces)
 {
-    if (const LogSink* sink = LogBridge::sinkFor(level))
-        LogBridge::writeLine(*sink, level, LogBridge::valueOf(pieces)...);
+    if (torvane::GetLoggerLevel() > level)
+        return;
+    if (const LogSink& sink = torvane::GetLoggerDelegate())
+        LogBridge::writeLine(sink, level, LogBridge::valueOf(pieces)...);
 }
 
 } // namespace SingleInstance

@@ -5,6 +5,7 @@
 #include "Receiver.h"
 #include "SettingsSlot.h"
 
+#include <QtCore/QScopeGuard>
 #include <QtNetwork/QHostAddress>
 #include <QtNetwork/QTcpServer>
 
@@ -66,6 +67,7 @@ public:
     }
 
 private:
+    static MessageCallback terminable(MessageCallback callback);
     void run() override;
     void report(bool ok);
 
@@ -73,10 +75,28 @@ private:
     std::function<void(const QStringList&)> messageCallback;
 };
 
+/*
+ * Being terminated means being cut off at the next system call, wherever that is. In Qt or in the
+ * settings store that could leave a lock taken for good, so it is allowed in the host's slots alone.
+ * One that merely took too long then lets the thread end as it should.
+ */
+MessageCallback ServerThread::terminable(MessageCallback callback)
+{
+    if (!callback)
+        return callback;
+    return [callback = std::move(callback)](const QStringList& arguments) {
+        const auto forbid = qScopeGuard([] { setTerminationEnabled(false); });
+        setTerminationEnabled(true);
+        callback(arguments);
+    };
+}
+
 void ServerThread::run()
 {
+    setTerminationEnabled(false);
     const quint16 portBefore = readMasterPort();
-    const auto sharedCallback = std::make_shared<MessageCallback>(std::move(messageCallback));
+    const auto sharedCallback
+        = std::make_shared<MessageCallback>(terminable(std::move(messageCallback)));
     QTcpServer server;
     connect(
         &server, &QTcpServer::newConnection, &server,

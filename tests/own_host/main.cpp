@@ -1,4 +1,4 @@
-#include <SingleInstanceController.h>
+#include <HostKit/InstanceSession.h>
 
 #include "ScriptedHost.h"
 
@@ -8,9 +8,13 @@ int main(int argc, char* argv[])
 {
     QCoreApplication application(argc, argv);
     ScriptedHost::reset();
-    const bool isMaster = startSingleInstance() == SingleInstanceStateMaster;
-    const QVariant port = ScriptedHost::setting(QStringLiteral("MasterPort"));
-    stopSingleInstance();
+    bool isMaster = false;
+    QVariant port;
+    {
+        const HostKit::InstanceSession session;
+        isMaster = session.state() == SingleInstanceStateMaster;
+        port = ScriptedHost::setting(QStringLiteral("MasterPort"));
+    }
     const bool isLogged = ScriptedHost::takeLog().contains(QStringLiteral("2 stopped."));
     return isMaster && port.toUInt() != 0 && isLogged ? 0 : 1;
 }

@@ -28,11 +28,10 @@ public:
         const bool appeared = QTest::qWaitFor(
             [&] {
                 read();
-                const QStringList all = lines();
-                const int index = all.indexOf(expression, position);
+                const int index = lines.indexOf(expression, position);
                 if (index < 0)
                     return false;
-                found = all.at(index);
+                found = lines.at(index);
                 position = index + 1;
                 return true;
             },
@@ -59,17 +58,25 @@ public:
 private:
     void read()
     {
-        said += readAllStandardOutput();
-        errors += readAllStandardError();
+        const QByteArray output = readAllStandardOutput();
+        said += output;
+        split(unfinishedOutput += output);
+        const QByteArray error = readAllStandardError();
+        errors += error;
+        split(unfinishedErrors += error);
     }
-    QStringList lines() const
+    void split(QByteArray& text)
     {
-        return QString::fromUtf8(said.left(said.lastIndexOf('\n') + 1)
-                                 + errors.left(errors.lastIndexOf('\n')))
-            .split('\n');
+        for (int end = text.indexOf('\n'); end >= 0; end = text.indexOf('\n')) {
+            lines.append(QString::fromUtf8(text.left(end)));
+            text.remove(0, end + 1);
+        }
     }
 
     QByteArray said;
     QByteArray errors;
+    QByteArray unfinishedOutput;
+    QByteArray unfinishedErrors;
+    QStringList lines; // of both, as they came
     int position = 0;
 };

@@ -37,7 +37,7 @@ class LaunchLock;
     Build it after the application object, with organisation and application name set, and use it
     in that thread alone. One at a time, and in all versions of the application that a user may run
     side by side: it takes a master without a session for a crashed one. A process that ends without
-   returning from run() ends as after a crash: what was handed over and not yet received is lost.
+    returning from run() ends as after a crash: what was handed over and not yet received is lost.
 */
 class InstanceSession : public QObject {
     Q_OBJECT
@@ -64,8 +64,8 @@ public:
         received as any other in another run of \a exec. The slot then has to show its window again,
         or to quit. Launches after run() has returned find no master and become one.
 
-        Holds up the end by a few milliseconds, and at worst by the 10 s and 1 s that it waits for
-        launches that hang half-way and for what they sent.
+        Holds up the end by a few milliseconds. At worst it waits 10 s for launches that hang
+        half-way, 1 s for what they sent, and then as long as stopSingleInstance().
     */
     int run(const std::function<int()>& exec);
 

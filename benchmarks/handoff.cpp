@@ -1,0 +1,357 @@
+/*
+ * What crosses threads or processes, each beside floors measured in the same run. Ours and the
+ * floors take turns, one at a time: send, wait until the list is in the inbox, go on.
+ *
+ * Prints one line a result: what, ours, floor, unit, by tabs; and "size" lines for the plot.
+ */
+
+#include "Foreground.h"
+#include "MessageFormat.h"
+#include "MessageSender.h"
+#include "SettingsSlot.h"
+#include "SingleInstanceController.h"
+
+#include <Core/ObjectsPool.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QProcess>
+#include <QtCore/QSemaphore>
+#include <QtCore/QThread>
+#include <QtNetwork/QTcpServer>
+#include <QtNetwork/QTcpSocket>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <malloc.h>
+#include <netinet/in.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace SingleInstance;
+
+namespace {
+
+using Action = std::function<void()>;
+
+QSemaphore received; // released in the master's thread for each list
+
+double median(std::vector<double> values)
+{
+    std::nth_element(values.begin(), values.begin() + long(values.size() / 2), values.end());
+    return values[values.size() / 2];
+}
+
+/* Runs the actions in turns; returns the median time of each in microseconds. */
+std::vector<double> measure(int rounds, const std::vector<Action>& actions)
+{
+    std::vector<std::vector<double>> times(actions.size());
+    for (int round = -rounds / 10; round < rounds; ++round) { // the first warm up
+        for (size_t i = 0; i < actions.size(); ++i) {
+            QElapsedTimer timer;
+            timer.start();
+            actions[i]();
+            if (round >= 0)
+                times[i].push_back(double(timer.nsecsElapsed()) / 1000);
+        }
+    }
+    std::vector<double> medians;
+    for (const auto& each : times)
+        medians.push_back(median(each));
+    return medians;
+}
+
+void print(const char* what, double ours, double floor, const char* unit)
+{
+    std::printf("%s\t%.4g\t%.4g\t%s\n", what, ours, floor, unit);
+    std::fflush(stdout);
+}
+
+SingleInstanceController* master()
+{
+    return static_cast<SingleInstanceController*>(
+        Core::ObjectsPool::getInstance()
+            .find(QStringLiteral("SingleInstance::SingleInstanceController"), false)
+            .first);
+}
+
+void becomeMaster()
+{
+    startSingleInstance();
+    QObject::connect(master(), &SingleInstanceController::messageReceived, [] {
+        master()->takeMessages();
+        received.release();
+    });
+}
+
+void sendByLibrary(const QByteArray& body)
+{
+    sendToMaster(body);
+    received.acquire();
+}
+
+/* The same calls on the same kind of socket, and nothing else. */
+void sendByQt(const QByteArray& body, quint16 port)
+{
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress(QHostAddress::LocalHostIPv6), port, QIODevice::WriteOnly);
+    socket.waitForConnected(30000);
+    socket.write(prefixed(body));
+    socket.flush();
+    socket.waitForBytesWritten(30000);
+    socket.close();
+    received.acquire();
+}
+
+void sendBySystem(const QByteArray& body, quint16 port)
+{
+    const QByteArray message = prefixed(body);
+    sockaddr_in6 address = {};
+    address.sin6_family = AF_INET6;
+    address.sin6_port = htons(port);
+    address.sin6_addr = in6addr_loopback;
+    const int connection = ::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (::connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0
+        || ::write(connection, message.constData(), size_t(message.size())) != message.size())
+        qFatal("cannot reach the master by IPv6");
+    ::close(connection);
+    received.acquire();
+}
+
+QByteArray bodyOf(int size)
+{
+    return packArguments({QString((size - 8) / 2, QLatin1Char('x'))});
+}
+
+void measureHandOffs()
+{
+    const quint16 port = readMasterPort();
+    const QByteArray file = packArguments({QStringLiteral("a.txt")});
+    const QByteArray longest = bodyOf(65534);
+    const auto small = measure(1000,
+                               {[&] { sendByLibrary(file); }, [&] { sendByQt(file, port); },
+                                [&] { sendBySystem(file, port); }});
+    print("one hand-off of a.txt, beside QTcpSocket", small[0], small[1], "µs");
+    print("one hand-off of a.txt, beside the system's calls", small[0], small[2], "µs");
+    const auto large =
+        measure(500, {[&] { sendByLibrary(longest); }, [&] { sendByQt(longest, port); }});
+    print("one hand-off of 65,534 bytes", large[0], large[1], "µs");
+    for (const int size : {18, 1024, 4096, 16384, 32768, 49152, 65534}) {
+        const QByteArray body = bodyOf(size);
+        const auto times =
+            measure(200, {[&] { sendByLibrary(body); }, [&] { sendByQt(body, port); }});
+        std::printf("size\t%d\t%.4g\t%.4g\n", size, times[0], times[1]);
+    }
+}
+
+/* The main thread computes without a pause; launches come from another one. */
+void measureBusyMaster()
+{
+    const QByteArray file = packArguments({QStringLiteral("a.txt")});
+    double idle = 0;
+    double busy = 0;
+    std::thread([&] { idle = measure(500, {[&] { sendByLibrary(file); }})[0]; }).join();
+    std::atomic<bool> done = false;
+    std::thread sender([&] {
+        busy = measure(500, {[&] { sendByLibrary(file); }})[0];
+        done = true;
+    });
+    while (!done) { }
+    sender.join();
+    print("the same while the master's own thread is busy", busy, idle, "µs");
+}
+
+void measureMemory()
+{
+    constexpr int connections = 500;
+    const auto bytesFor = [](quint16 port, const QHostAddress& address, const Action& settle) {
+        std::vector<std::unique_ptr<QTcpSocket>> clients;
+        for (int i = 0; i < connections; ++i) {
+            clients.push_back(std::make_unique<QTcpSocket>());
+            clients.back()->connectToHost(address, port);
+            clients.back()->waitForConnected();
+        }
+        settle();
+        return double(::mallinfo2().uordblks);
+    };
+    const QHostAddress loopback(QHostAddress::LocalHostIPv6);
+    const QByteArray file = packArguments({QStringLiteral("a.txt")});
+    sendByLibrary(file);
+
+    double before = double(::mallinfo2().uordblks);
+    const double ours = bytesFor(readMasterPort(), loopback, [&] { sendByLibrary(file); }) - before;
+
+    QTcpServer server;
+    server.listen(loopback);
+    std::vector<std::unique_ptr<QTcpSocket>> accepted;
+    QObject::connect(&server, &QTcpServer::newConnection, [&] {
+        while (QTcpSocket* const socket = server.nextPendingConnection())
+            accepted.emplace_back(socket);
+    });
+    before = double(::mallinfo2().uordblks);
+    const double floor =
+        bytesFor(server.serverPort(), loopback,
+                 [&] {
+                     while (accepted.size() < connections)
+                         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+                 })
+        - before;
+    print("memory of an idle connection, both ends", ours / connections, floor / connections,
+          "bytes");
+}
+
+/* The thread, the server and the settings of a start, without a library around them. */
+class BareThread : public QThread {
+public:
+    explicit BareThread(QSemaphore& whenReady)
+        : ready(whenReady)
+    {
+    }
+
+private:
+    void run() override
+    {
+        readMasterPort();
+        QTcpServer server;
+        server.listen(QHostAddress(QHostAddress::LocalHostIPv6), 0);
+        readMasterPort();
+        writeMasterPort(server.serverPort());
+        readMasterPort();
+        ready.release();
+        exec();
+        readMasterPort();
+        writeMasterPort(0);
+    }
+    QSemaphore& ready;
+};
+
+void measureStart()
+{
+    std::vector<double> ours;
+    std::vector<double> floor;
+    for (int i = 0; i < 300; ++i) {
+        QElapsedTimer timer;
+        timer.start();
+        startSingleInstance();
+        ours.push_back(double(timer.nsecsElapsed()) / 1000);
+        stopSingleInstance();
+
+        timer.start();
+        QSemaphore ready;
+        readMasterPort();
+        BareThread thread(ready);
+        thread.start();
+        ready.acquire();
+        writeMasterPid(quint32(::getpid()));
+        floor.push_back(double(timer.nsecsElapsed()) / 1000);
+        thread.quit();
+        thread.wait();
+    }
+    print("start() that becomes master", median(ours), median(floor), "µs");
+}
+
+/* Starts a program; returns its process id and an end of a pipe from its output. */
+pid_t start(const char* program, int& output)
+{
+    std::array<int, 2> channel = {};
+    if (::pipe(channel.data()) != 0)
+        qFatal("no pipe");
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, channel[1], STDOUT_FILENO);
+    ::posix_spawn_file_actions_addclose(&actions, channel[0]);
+    pid_t child = 0;
+    std::array<char*, 3> arguments = {const_cast<char*>(program), const_cast<char*>("a.txt"),
+                                      nullptr};
+    if (::posix_spawn(&child, program, &actions, nullptr, arguments.data(), environ) != 0)
+        qFatal("cannot start %s", program);
+    ::posix_spawn_file_actions_destroy(&actions);
+    ::close(channel[1]);
+    output = channel[0];
+    return child;
+}
+
+/* Without waiting for the end of the process, which is no part of the measured time. */
+void measureLaunches()
+{
+    std::vector<double> ours;
+    std::vector<double> floor;
+    for (int i = 0; i < 100; ++i) {
+        QElapsedTimer timer;
+        int output = 0;
+        timer.start();
+        pid_t child = start(LAUNCH, output);
+        received.acquire();
+        ours.push_back(double(timer.nsecsElapsed()) / 1e6);
+        ::waitpid(child, nullptr, 0);
+        ::close(output);
+
+        char byte = 0;
+        timer.start();
+        child = start(FLOOR, output);
+        if (::read(output, &byte, 1) != 1)
+            qFatal("the floor is silent");
+        floor.push_back(double(timer.nsecsElapsed()) / 1e6);
+        ::waitpid(child, nullptr, 0);
+        ::close(output);
+    }
+    print("a second launch, process start to list in the inbox", median(ours), median(floor), "ms");
+}
+
+/* On the display of the environment, with a window manager. */
+void measureForeground(int windows)
+{
+    QProcess desktop;
+    desktop.start(QStringLiteral(WINDOWS), {QString::number(windows)});
+    const QString count = QStringLiteral("xprop -root _NET_CLIENT_LIST | grep -o 0x | wc -l");
+    for (int i = 0; i < 200; ++i) {
+        QProcess probe;
+        probe.start(QStringLiteral("sh"), {QStringLiteral("-c"), count});
+        probe.waitForFinished();
+        if (probe.readAll().trimmed().toInt() == windows)
+            break;
+        QThread::msleep(50);
+    }
+    writeMasterPid(quint32(desktop.processId()));
+    std::vector<double> times;
+    for (int i = 0; i < 20; ++i) {
+        QElapsedTimer timer;
+        timer.start();
+        bringMasterToForeground();
+        times.push_back(double(timer.nsecsElapsed()) / 1e6);
+    }
+    const QByteArray what = "the window to the front, among " + QByteArray::number(windows);
+    print(what.constData(), median(times), 0, "ms");
+    desktop.closeWriteChannel();
+    desktop.waitForFinished();
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    const QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("bench"));
+    if (argc > 1) {
+        measureForeground(5);
+        measureForeground(200);
+        return 0;
+    }
+    measureStart();
+    becomeMaster();
+    measureHandOffs();
+    measureBusyMaster();
+    measureLaunches();
+    measureMemory();
+    stopSingleInstance();
+    return 0;
+}

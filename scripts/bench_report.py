@@ -1,0 +1,144 @@
+#!/usr/bin/env python3
+"""Makes the table and the plot of what the benchmarks measured.
+
+usage: bench_report.py RESULTS DOCUMENTS
+"""
+
+import datetime
+import json
+import os
+import platform
+import sys
+
+GOALS = {
+    "one hand-off of a.txt, beside QTcpSocket": 1.15,
+    "one hand-off of a.txt, beside the system's calls": 2.0,
+    "one hand-off of 65,534 bytes": 1.15,
+    "the same while the master's own thread is busy": 1.1,
+    "a second launch, process start to list in the inbox": 1.2,
+    "start() that becomes master": 1.3,
+    "filtered log line": 2.0,
+    "peekMessages, 100,000 lists beside 10": 1.5,
+    "takeMessages, 100,000 lists beside 10": 1.5,
+    "unpack 16,382 strings, beside the stock operator": 1.1,
+    "memory of an idle connection, both ends": 1.2,
+}
+LIMITS = {
+    "the window to the front, among 5": 3,
+    "the window to the front, among 200": 10,
+}
+CALLS = {
+    "filtered log line": "filtered log line",
+    "peekMessages": "peekMessages, 100,000 lists beside 10",
+    "takeMessages": "takeMessages, 100,000 lists beside 10",
+    "unpack": "unpack 16,382 strings, beside the stock operator",
+}
+
+
+def number(value):
+    return f"{value:,.0f}" if value >= 100 else f"{value:.3g}"
+
+
+def read_handoff(path):
+    """Returns the rows (what, ours, floor, unit) and the sizes (bytes, ours, floor)."""
+    rows, sizes = [], []
+    with open(path, encoding="utf-8") as lines:
+        for line in lines:
+            fields = line.rstrip("\n").split("\t")
+            if fields[0] == "size":
+                sizes.append(tuple(float(field) for field in fields[1:]))
+            else:
+                rows.append((fields[0], float(fields[1]), float(fields[2]), fields[3]))
+    return rows, sizes
+
+
+def read_calls(path):
+    """Returns rows of the pairs name/ours and name/floor, and what was allocated."""
+    with open(path, encoding="utf-8") as file:
+        results = {each["name"]: each for each in json.load(file)["benchmarks"]}
+    rows = []
+    for name, what in CALLS.items():
+        ours, floor = results[name + "/ours"], results[name + "/floor"]
+        rows.append((what, ours["real_time"], floor["real_time"], ours["time_unit"]))
+    return rows, int(results["filtered log line/ours"]["allocations"])
+
+
+def table(rows):
+    yield "| what | this library | floor | ratio | goal |"
+    yield "|---|---:|---:|---:|---:|"
+    for what, ours, floor, unit in rows:
+        if what in LIMITS:
+            held = "" if ours <= LIMITS[what] else " **missed**"
+            yield f"| {what} | {number(ours)} {unit} | | | ≤ {LIMITS[what]} {unit}{held} |"
+            continue
+        ratio = ours / floor
+        held = "" if ratio <= GOALS[what] else " **missed**"
+        yield (f"| {what} | {number(ours)} {unit} | {number(floor)} {unit} "
+               f"| {ratio:.2f} | ≤ {GOALS[what]}{held} |")
+
+
+def plot(sizes):
+    """Returns an SVG of hand-off time over message size."""
+    width, height, left, bottom = 640, 320, 60, 40
+    longest = max(size for size, _, _ in sizes)
+    slowest = max(max(ours, floor) for _, ours, floor in sizes) * 1.1
+
+    def point(size, time):
+        x = left + size / longest * (width - left - 20)
+        y = height - bottom - time / slowest * (height - bottom - 20)
+        return f"{x:.0f},{y:.0f}"
+
+    def line(values, color):
+        points = " ".join(point(size, time) for size, time in values)
+        return f'<polyline points="{points}" fill="none" stroke="{color}" stroke-width="2"/>'
+
+    yield (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" '
+           'font-family="sans-serif" font-size="12">')
+    yield f'<rect width="{width}" height="{height}" fill="white"/>'
+    for step in range(5):
+        time = slowest * step / 4
+        x, y = point(0, time).split(",")
+        yield f'<path d="M{x} {y}H{width - 20}" stroke="#ddd"/>'
+        yield f'<text x="{left - 8}" y="{int(y) + 4}" text-anchor="end">{time:.0f}</text>'
+        x, y = point(longest * step / 4, 0).split(",")
+        yield f'<text x="{x}" y="{int(y) + 18}" text-anchor="middle">{longest * step / 4:,.0f}</text>'
+    yield line([(size, floor) for size, _, floor in sizes], "#999")
+    yield line([(size, ours) for size, ours, _ in sizes], "#1565c0")
+    yield f'<text x="{left + 10}" y="24" fill="#1565c0">this library, µs</text>'
+    yield f'<text x="{left + 130}" y="24" fill="#777">a bare QTcpSocket, µs</text>'
+    yield f'<text x="{width - 20}" y="{height - 6}" text-anchor="end">bytes of the message\'s body</text>'
+    yield "</svg>"
+
+
+def processor():
+    with open("/proc/cpuinfo", encoding="utf-8") as lines:
+        names = [line.split(":", 1)[1].strip() for line in lines if line.startswith("model name")]
+    return f"{os.cpu_count()} × {names[0] if names else platform.machine()}"
+
+
+NOTES = """Every figure is a median. Ours and its floors take turns in one run, one hand-off at a time: send,
+wait until the list is in the inbox, go on. A floor is a bare `QTcpSocket` that makes the same calls to
+the same master, the system's `socket`, `connect`, `write` and `close`, a Qt program that only builds
+its application object and links Qt Network, or a bare thread that listens and does the same settings
+operations. The busy master computes without a pause while launches come; its floor is the idle one.
+"""
+
+
+def main():
+    results, documents = sys.argv[1:]
+    rows, sizes = read_handoff(os.path.join(results, "handoff"))
+    calls, allocations = read_calls(os.path.join(results, "calls.json"))
+    lines = list(table(rows + calls))
+    lines.append("")
+    lines.append(f"A filtered log line allocates {allocations} times.")
+    print("\n".join(lines))
+    with open(os.path.join(documents, "performance.md"), "w", encoding="utf-8") as file:
+        file.write("# Performance\n\n" + NOTES + "\n" + "\n".join(lines) + "\n\n")
+        file.write("![Hand-off time over message size](performance.svg)\n\n")
+        file.write(f"Measured on {datetime.date.today()} by `scripts/bench.sh`, "
+                   f"{processor()}, {platform.system()} {platform.release()}.\n")
+    with open(os.path.join(documents, "performance.svg"), "w", encoding="utf-8") as file:
+        file.write("\n".join(plot(sizes)) + "\n")
+
+
+main()
