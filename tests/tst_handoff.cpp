@@ -6,7 +6,24 @@
 #include <QtNetwork/QTcpServer>
 #include <QtTest/QtTest>
 
+#include <dlfcn.h>
+
 using namespace SingleInstance;
+
+namespace {
+
+bool writesShort = false;
+
+} // namespace
+
+/* In front of Qt's own, to lose a byte. */
+qint64 QIODevice::write(const char* data, qint64 size)
+{
+    using Write = qint64 (*)(QIODevice*, const char*, qint64);
+    static const auto original =
+        reinterpret_cast<Write>(::dlsym(RTLD_NEXT, "_ZN9QIODevice5writeEPKcx"));
+    return original(this, data, writesShort ? size - 1 : size);
+}
 
 namespace {
 
@@ -46,6 +63,7 @@ private slots:
     void abandonsAReadEventWithoutData();
     void sends_data();
     void sends();
+    void carriesOnAfterAShortWrite();
 
 private:
     QTcpSocket* receive(); // the master's end of a new connection; client is the other
@@ -292,6 +310,17 @@ void HandoffTest::sends()
         arrived += end->readAll();
     const int size = body.size();
     QCOMPARE(arrived, QByteArray(1, char(size & 0xFF)) + char(size >> 8) + body);
+}
+
+void HandoffTest::carriesOnAfterAShortWrite()
+{
+    ScriptedHost::set("MasterPort", server.serverPort());
+    writesShort = true;
+    QVERIFY(sendToMaster("body"));
+    writesShort = false;
+    const QStringList log = ScriptedHost::takeLog();
+    QVERIFY(log.value(3).startsWith("3 failed to write all message data, socket error: "));
+    QCOMPARE(log.value(4), "2 sending message completed.");
 }
 
 QTEST_GUILESS_MAIN(HandoffTest)

@@ -256,7 +256,8 @@ void ProcessesTest::startsAfterAKill()
         next->signal(SIGKILL);
     }
     QCOMPARE(masters, count);
-    qInfo("kill -9 at a random moment: %d rounds, the next launch became master each time", masters);
+    qInfo("kill -9 at a random moment: %d rounds, the next launch became master each time",
+          masters);
 }
 
 void ProcessesTest::ignoresAStrangerOnTheOldPort_data()

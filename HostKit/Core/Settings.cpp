@@ -113,9 +113,10 @@ bool replaceFile(const QString& path, const QByteArray& content)
 void reportOnce(const QString& path, int reason)
 {
     static std::atomic_flag reported = ATOMIC_FLAG_INIT;
-    if (reported.test_and_set() || torvane::GetLoggerLevel() > torvane::LogLevel::Warning)
+    if (torvane::GetLoggerLevel() > torvane::LogLevel::Warning)
         return;
-    if (const auto& sink = torvane::GetLoggerDelegate()) {
+    const auto& sink = torvane::GetLoggerDelegate();
+    if (sink && !reported.test_and_set()) {
         const QString line = QStringLiteral("Settings: cannot write %1: %2")
                                  .arg(path, QString::fromLocal8Bit(std::strerror(reason)));
         sink(torvane::LogLevel::Warning, line.toStdWString());

@@ -125,9 +125,9 @@ FileLock FileLock::take(const QString& path, std::chrono::milliseconds patience)
     FileLock taken = patience.count() > 0 ? request(path) : attempt(path);
     State& state = *taken.state;
     std::unique_lock<std::mutex> guard(state.mutex);
-    const bool locked = state.locked
-        || (state.changed.wait_for(guard, patience, [&state] { return state.ended; })
-            && state.locked);
+    const bool locked = state.locked || (state.changed.wait_for(guard, patience, [&state] {
+                            return state.ended;
+                        }) && state.locked);
     guard.unlock();
     return locked ? std::move(taken) : FileLock();
 }

@@ -82,7 +82,8 @@ void InstanceSession::start()
     decided = startSingleInstance();
     SingleInstanceController* const controller = findController();
     if (controller) {
-        if (!life->isTaken()) // its last holder may be about to go, or hang; have it as soon as it is free
+        if (!life->isTaken()) // its last holder may be about to go, or hang; have it as soon as it
+                              // is free
             *life = FileLock::request(masterLockPath());
         connect(controller, &SingleInstanceController::messageReceived, this,
                 &InstanceSession::receive); // earlier ones are fetched when somebody connects

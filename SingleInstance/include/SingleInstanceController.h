@@ -61,9 +61,9 @@ extern "C" {
  *           operating system of a process that accepted the connection; nothing is acknowledged.
  * Failures: arguments that take more than 65,535 bytes packed (4 bytes, and for every argument 4
  *           bytes and 2 for each UTF-16 code unit) give Failed. So does, where no master is found,
- *           a settings store that cannot be written. Every outcome is also a line in the host's log.
- * Called again: in a master, returns Master (or Failed if its server ended) and does nothing else.
- *           In any other process, runs the whole arbitration again.
+ *           a settings store that cannot be written. Every outcome is also a line in the host's
+ * log. Called again: in a master, returns Master (or Failed if its server ended) and does nothing
+ * else. In any other process, runs the whole arbitration again.
  */
 SINGLEINSTANCE_EXPORT SingleInstanceState startSingleInstance(void);
 

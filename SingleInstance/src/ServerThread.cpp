@@ -77,8 +77,8 @@ private:
 
 /*
  * Being terminated means being cut off at the next system call, wherever that is. In Qt or in the
- * settings store that could leave a lock taken for good, so it is allowed in the host's slots alone.
- * One that merely took too long then lets the thread end as it should.
+ * settings store that could leave a lock taken for good, so it is allowed in the host's slots
+ * alone. One that merely took too long then lets the thread end as it should.
  */
 MessageCallback ServerThread::terminable(MessageCallback callback)
 {
@@ -95,8 +95,8 @@ void ServerThread::run()
 {
     setTerminationEnabled(false);
     const quint16 portBefore = readMasterPort();
-    const auto sharedCallback
-        = std::make_shared<MessageCallback>(terminable(std::move(messageCallback)));
+    const auto sharedCallback =
+        std::make_shared<MessageCallback>(terminable(std::move(messageCallback)));
     QTcpServer server;
     connect(
         &server, &QTcpServer::newConnection, &server,

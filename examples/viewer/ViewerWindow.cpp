@@ -111,8 +111,8 @@ void ViewerWindow::openFromOtherLaunch(const QStringList& arguments)
 }
 
 /*
- * Also brings the window back when it was closed while a launch was handing over. A question that is
- * open stays in front of it.
+ * Also brings the window back when it was closed while a launch was handing over. A question that
+ * is open stays in front of it.
  */
 void ViewerWindow::present()
 {

@@ -50,8 +50,8 @@ int main(int argc, char* argv[])
     if (session.state() == SingleInstanceStateFailed)
         window.tell(QApplication::translate(
             "main",
-            "This window stands alone: no running viewer could be reached, and files "
-            "opened later will not appear here."));
+            "This window stands alone: it could neither hand its files to a running viewer "
+            "nor prepare for later ones, which will not appear here."));
     window.open(QCoreApplication::arguments().mid(1));
     return session.run(&QApplication::exec);
 }

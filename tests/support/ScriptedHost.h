@@ -33,7 +33,7 @@ void scriptPortReads(const QVariantList& ports);
 QVariant setting(const QString& key);
 void set(const QString& key, const QVariant& value);
 
-/*! Runs \a count of invoked functions later, when runInvoked() is called, instead of queueing. */
+/*! Keeps invoked functions until runInvoked(), which tells how many there were. */
 void holdInvoked();
 int runInvoked();
 
