@@ -170,43 +170,53 @@ void measureBusyMaster()
     print("the same while the master's own thread is busy", busy, idle, "µs");
 }
 
-void measureMemory()
+/* Returns the bytes that an idle connection to \a port takes, both ends counted. */
+double bytesOfConnection(quint16 port, const Action& settle)
 {
     constexpr int connections = 500;
-    const auto bytesFor = [](quint16 port, const QHostAddress& address, const Action& settle) {
-        std::vector<std::unique_ptr<QTcpSocket>> clients;
-        for (int i = 0; i < connections; ++i) {
-            clients.push_back(std::make_unique<QTcpSocket>());
-            clients.back()->connectToHost(address, port);
-            clients.back()->waitForConnected();
-            QCoreApplication::processEvents(); // the floor's server is in this thread
-        }
+    const double before = double(::mallinfo2().uordblks);
+    std::vector<std::unique_ptr<QTcpSocket>> clients;
+    for (int i = 0; i < connections; ++i) {
+        clients.push_back(std::make_unique<QTcpSocket>());
+        clients.back()->connectToHost(QHostAddress(QHostAddress::LocalHostIPv6), port);
+        clients.back()->waitForConnected();
         settle();
-        return double(::mallinfo2().uordblks);
-    };
-    const QHostAddress loopback(QHostAddress::LocalHostIPv6);
-    const QByteArray file = packArguments({QStringLiteral("a.txt")});
-    sendByLibrary(file);
+    }
+    return (double(::mallinfo2().uordblks) - before) / connections;
+}
 
-    double before = double(::mallinfo2().uordblks);
-    const double ours = bytesFor(readMasterPort(), loopback, [&] { sendByLibrary(file); }) - before;
-
+/* The same with a server of Qt's own in this thread. */
+double bytesOfBareConnection(bool connectsSignals)
+{
     QTcpServer server;
-    server.listen(loopback);
     std::vector<std::unique_ptr<QTcpSocket>> accepted;
     QObject::connect(&server, &QTcpServer::newConnection, [&] {
-        while (QTcpSocket* const socket = server.nextPendingConnection())
-            accepted.emplace_back(socket);
+        auto* const socket = server.nextPendingConnection();
+        accepted.emplace_back(socket);
+        if (connectsSignals) {
+            QObject::connect(socket, &QTcpSocket::readyRead, &server, &QTcpServer::pauseAccepting);
+            QObject::connect(socket, &QTcpSocket::disconnected, &server, &QTcpServer::close);
+        }
     });
-    before = double(::mallinfo2().uordblks);
-    const double floor =
-        bytesFor(server.serverPort(), loopback,
-                 [&] {
-                     while (accepted.size() < connections)
-                         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-                 })
-        - before;
-    print("memory of an idle connection, both ends", ours / connections, floor / connections,
+    server.listen(QHostAddress(QHostAddress::LocalHostIPv6));
+    const double bytes =
+        bytesOfConnection(server.serverPort(), [&, expected = size_t(0)]() mutable {
+            ++expected;
+            while (accepted.size() < expected)
+                QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        });
+    server.disconnect();
+    for (const auto& socket : accepted)
+        socket->disconnect();
+    return bytes;
+}
+
+void measureMemory()
+{
+    const QByteArray file = packArguments({QStringLiteral("a.txt")});
+    const double ours = bytesOfConnection(readMasterPort(), [&] { sendByLibrary(file); });
+    print("memory of an idle connection, both ends", ours, bytesOfBareConnection(false), "bytes");
+    print("the same, beside one with its two signals connected", ours, bytesOfBareConnection(true),
           "bytes");
 }
 
@@ -281,31 +291,41 @@ pid_t start(const char* program, int& output)
     return child;
 }
 
-/* Without waiting for the end of the process, which is no part of the measured time. */
+/*
+ * Returns how long it takes from the start of a program until it has happened, in milliseconds. The
+ * end of the process is waited for and not measured.
+ */
+double startUntil(const char* program, const std::function<void(int)>& happened)
+{
+    QElapsedTimer timer;
+    int output = 0;
+    timer.start();
+    const pid_t child = start(program, output);
+    happened(output);
+    const double time = double(timer.nsecsElapsed()) / 1e6;
+    ::waitpid(child, nullptr, 0);
+    ::close(output);
+    return time;
+}
+
 void measureLaunches()
 {
-    std::vector<double> ours;
-    std::vector<double> floor;
-    for (int i = 0; i < 100; ++i) {
-        QElapsedTimer timer;
-        int output = 0;
-        timer.start();
-        pid_t child = start(LAUNCH, output);
-        received.acquire();
-        ours.push_back(double(timer.nsecsElapsed()) / 1e6);
-        ::waitpid(child, nullptr, 0);
-        ::close(output);
-
+    const auto handedOver = [](int /*output*/) { received.acquire(); };
+    const auto saysSo = [](int output) {
         char byte = 0;
-        timer.start();
-        child = start(FLOOR, output);
         if (::read(output, &byte, 1) != 1)
             qFatal("the floor is silent");
-        floor.push_back(double(timer.nsecsElapsed()) / 1e6);
-        ::waitpid(child, nullptr, 0);
-        ::close(output);
+    };
+    std::vector<double> ours;
+    std::vector<double> floor;
+    std::vector<double> linked;
+    for (int i = 0; i < 150; ++i) {
+        ours.push_back(startUntil(LAUNCH, handedOver));
+        floor.push_back(startUntil(FLOOR, saysSo));
+        linked.push_back(startUntil(FLOOR_LINKED, saysSo));
     }
     print("a second launch, process start to list in the inbox", median(ours), median(floor), "ms");
+    print("the same, beside a program that links the same", median(ours), median(linked), "ms");
 }
 
 /* On the display of the environment, with a window manager. */

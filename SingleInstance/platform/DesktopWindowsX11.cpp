@@ -84,7 +84,6 @@ private:
 struct Window {
     xcb_window_t id;
     std::optional<DWORD> owner; // unless it cannot be told, or is on another machine
-    xcb_window_t transientFor;
 };
 
 struct Walk {
@@ -178,17 +177,13 @@ std::vector<xcb_window_t> listedWindows(Connection& connection)
 struct Questions {
     xcb_get_property_cookie_t pid;
     xcb_get_property_cookie_t machine;
-    xcb_get_property_cookie_t transientFor;
 };
 
 Questions ask(Connection& connection, xcb_window_t window)
 {
-    const auto property = [&](xcb_atom_t name, xcb_atom_t type) {
-        return xcb_get_property(connection.xcb, 0, window, name, type, 0, 64);
-    };
     return {xcb_ewmh_get_wm_pid(&connection.ewmh, window),
-            property(XCB_ATOM_WM_CLIENT_MACHINE, XCB_GET_PROPERTY_TYPE_ANY),
-            property(XCB_ATOM_WM_TRANSIENT_FOR, XCB_ATOM_WINDOW)};
+            xcb_get_property(connection.xcb, 0, window, XCB_ATOM_WM_CLIENT_MACHINE,
+                             XCB_GET_PROPERTY_TYPE_ANY, 0, 64)};
 }
 
 Window answer(Connection& connection, xcb_window_t id, const Questions& asked,
@@ -198,18 +193,13 @@ Window answer(Connection& connection, xcb_window_t id, const Questions& asked,
     const bool hasPid = xcb_ewmh_get_wm_pid_reply(&connection.ewmh, asked.pid, &pid, nullptr);
     const Owned<xcb_get_property_reply_t> machine(
         xcb_get_property_reply(connection.xcb, asked.machine, nullptr));
-    const Owned<xcb_get_property_reply_t> owner(
-        xcb_get_property_reply(connection.xcb, asked.transientFor, nullptr));
-
     std::string machineOfWindow = thisMachine;
     if (machine && xcb_get_property_value_length(machine.get()) > 0)
         machineOfWindow.assign(static_cast<char*>(xcb_get_property_value(machine.get())),
                                static_cast<size_t>(xcb_get_property_value_length(machine.get())));
-    Window window = {id, std::nullopt, XCB_NONE};
+    Window window = {id, std::nullopt};
     if (hasPid && pid != 0 && machineOfWindow == thisMachine)
         window.owner = pid;
-    if (owner && xcb_get_property_value_length(owner.get()) == sizeof(xcb_window_t))
-        window.transientFor = *static_cast<xcb_window_t*>(xcb_get_property_value(owner.get()));
     return window;
 }
 
@@ -234,16 +224,33 @@ const Window* find(const Walk& walk, HWND id)
     return found == walk.windows.end() ? nullptr : &*found;
 }
 
-/* The window and those that it is a dialog of, as far as they are listed, the outermost first. */
-std::vector<xcb_window_t> ownersFirst(const Walk& walk, xcb_window_t id)
+xcb_get_property_cookie_t askForOwner(Connection& connection, xcb_window_t window)
 {
-    std::vector<xcb_window_t> chain;
-    const Window* window = find(walk, id);
-    for (int i = 0; window && i < longestOwnerChain; ++i) {
-        chain.push_back(window->id);
-        window = find(walk, window->transientFor);
-        if (window && std::count(chain.begin(), chain.end(), window->id) > 0)
+    return xcb_get_property(connection.xcb, 0, window, XCB_ATOM_WM_TRANSIENT_FOR, XCB_ATOM_WINDOW,
+                            0, 1);
+}
+
+xcb_window_t answeredOwner(Connection& connection, xcb_get_property_cookie_t cookie)
+{
+    const Owned<xcb_get_property_reply_t> reply(
+        xcb_get_property_reply(connection.xcb, cookie, nullptr));
+    if (!reply || xcb_get_property_value_length(reply.get()) != sizeof(xcb_window_t))
+        return XCB_NONE;
+    return *static_cast<xcb_window_t*>(xcb_get_property_value(reply.get()));
+}
+
+/*
+ * The window and those that it is a dialog of, as far as they are listed, the outermost first. One
+ * round trip for each dialog.
+ */
+std::vector<xcb_window_t> ownersFirst(Walk& walk, xcb_window_t window, xcb_window_t owner)
+{
+    std::vector<xcb_window_t> chain = {window};
+    for (int i = 0; i < longestOwnerChain && find(walk, owner); ++i) {
+        if (std::count(chain.begin(), chain.end(), owner) > 0)
             break;
+        chain.push_back(owner);
+        owner = answeredOwner(walk.connection, askForOwner(walk.connection, owner));
     }
     std::reverse(chain.begin(), chain.end());
     return chain;
@@ -281,10 +288,12 @@ void activate(Walk& walk, xcb_window_t window)
     xcb_ewmh_connection_t* const ewmh = &connection.ewmh;
     askForTime(connection);
     const auto attributesCookie = xcb_get_window_attributes(connection.xcb, window);
+    const auto ownerCookie = askForOwner(connection, window);
     const auto desktopCookie = xcb_ewmh_get_wm_desktop(ewmh, window);
     const auto currentCookie = xcb_ewmh_get_current_desktop(ewmh, connection.screen);
     const Owned<xcb_get_window_attributes_reply_t> attributes(
         xcb_get_window_attributes_reply(connection.xcb, attributesCookie, nullptr));
+    const xcb_window_t owner = answeredOwner(connection, ownerCookie);
     uint32_t itsDesktop = 0;
     uint32_t currentDesktop = 0;
     const bool hasDesktop = xcb_ewmh_get_wm_desktop_reply(ewmh, desktopCookie, &itsDesktop, nullptr)
@@ -297,7 +306,7 @@ void activate(Walk& walk, xcb_window_t window)
 
     if (hasDesktop && hasCurrent && itsDesktop != currentDesktop)
         xcb_ewmh_request_change_current_desktop(ewmh, connection.screen, itsDesktop, now);
-    for (const xcb_window_t each : ownersFirst(walk, window))
+    for (const xcb_window_t each : ownersFirst(walk, window, owner))
         xcb_ewmh_request_change_active_window(ewmh, connection.screen, each,
                                               XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER, now, XCB_NONE);
     const Owned<xcb_get_input_focus_reply_t> barrier(
