@@ -143,7 +143,7 @@ def main():
         file.write("# Performance\n\n" + NOTES + "\n" + "\n".join(lines) + "\n\n")
         file.write("![Hand-off time over message size](performance.svg)\n\n")
         file.write(f"Measured on {datetime.date.today()} by `scripts/bench.sh`, "
-                   f"{processor()}, {platform.system()} {platform.release()}.\n")
+                   f"{processor()}, {platform.system()}.\n")
     with open(os.path.join(documents, "performance.svg"), "w", encoding="utf-8") as file:
         file.write("\n".join(plot(sizes)) + "\n")
 

@@ -8,6 +8,10 @@
 #include <memory>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 namespace {
 
 /* By a session, unless LAUNCH_MODE=bare asks what the bare entry points make of it. */
@@ -82,6 +86,7 @@ private slots:
     void startsAfterAKill();
     void ignoresAStrangerOnTheOldPort_data();
     void ignoresAStrangerOnTheOldPort();
+    void staysMasterWhenTheLockComesLate();
     void handsOverToAStoppedMaster();
     void handsOverToABusyMaster();
 
@@ -285,6 +290,22 @@ void ProcessesTest::ignoresAStrangerOnTheOldPort()
     write("launcher/SingleInstance/MasterPort", QByteArray::number(stranger.serverPort()));
 
     QCOMPARE(launch({"a"})->waitForLine("state .*"), "state 1");
+}
+
+/* The crashed master is still going, or a launch hangs, while the next one becomes master. */
+void ProcessesTest::staysMasterWhenTheLockComesLate()
+{
+    QCOMPARE(launch({})->waitForLine("state .*"), "state 1"); // and killed at once
+    const QByteArray path = QFile::encodeName(home->filePath("launcher/master.lock"));
+    const int lock = ::open(path.constData(), O_RDWR | O_CLOEXEC);
+    QTRY_COMPARE(::flock(lock, LOCK_EX | LOCK_NB), 0);
+    const auto master = launch({});
+    QCOMPARE(master->waitForLine("state .*"), "state 1");
+    ::flock(lock, LOCK_UN);
+    QTRY_VERIFY(::flock(lock, LOCK_EX | LOCK_NB) != 0 || ::flock(lock, LOCK_UN) != 0);
+    ::close(lock);
+    QCOMPARE(launch({"a"})->waitForEnd(), QStringList("state 2"));
+    QCOMPARE(master->waitForLine("list .*"), "list a");
 }
 
 void ProcessesTest::handsOverToAStoppedMaster()

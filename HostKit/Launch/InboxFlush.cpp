@@ -89,8 +89,10 @@ void sendMarks(SingleInstanceController& controller, quint16 port, QSemaphore& a
     for (int sent = 1, quiet = 0; quiet < quietMarks && sendMark(port, deadline); ++sent) {
         const int before = controller.peekMessages().size();
         while (marksIn(controller) < sent) {
-            if (!arrivals.tryAcquire(1, static_cast<int>(deadline.remainingTime())))
+            if (!arrivals.tryAcquire(1, static_cast<int>(deadline.remainingTime()))) {
+                qWarning("HostKit: what was handed over last may be lost, the master is too busy");
                 return;
+            }
         }
         const bool nothingBetween = controller.peekMessages().size() <= before + 1;
         quiet = nothingBetween ? quiet + 1 : 0;

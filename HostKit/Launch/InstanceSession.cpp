@@ -11,8 +11,9 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QMetaMethod>
+#include <QtCore/QPointer>
 
-#include <utility>
+#include <limits>
 
 /*
  * Two locks, both in the application's folder, both freed by the kernel with their holder.
@@ -48,10 +49,14 @@ SingleInstanceController* findController()
         Core::ObjectsPool::getInstance().find(name, false).second);
 }
 
-void clearPort()
+/* Returns whether the settings name no port now. */
+bool clearPort()
 {
-    Core::Settings::getInstance()->setValue(QStringLiteral("SingleInstance"),
-                                            QStringLiteral("MasterPort"), QVariant(0u), true);
+    const QString group = QStringLiteral("SingleInstance");
+    const QString key = QStringLiteral("MasterPort");
+    Core::Settings* const settings = Core::Settings::getInstance();
+    settings->setValue(group, key, QVariant(0u), true);
+    return settings->getValue(group, key, QVariant(0)).toUInt() == 0;
 }
 
 } // namespace
@@ -74,12 +79,12 @@ InstanceSession::~InstanceSession()
 /* Decides with the launch lock held, if it was to be had, and releases it. */
 void InstanceSession::start()
 {
+    bool isSafe = true;
     if (launches->isTaken()) {
         *life = FileLock::take(masterLockPath(), std::chrono::milliseconds(0));
-        if (life->isTaken())
-            clearPort();
+        isSafe = !life->isTaken() || clearPort();
     }
-    decided = startSingleInstance();
+    decided = isSafe ? startSingleInstance() : SingleInstanceStateFailed;
     SingleInstanceController* const controller = findController();
     if (controller) {
         if (!life->isTaken()) // its last holder may be about to go, or hang; have it as soon as it
@@ -103,7 +108,8 @@ void InstanceSession::connectNotify(const QMetaMethod& signal)
 void InstanceSession::receive()
 {
     collect();
-    while (hasListsToReceive())
+    const QPointer<InstanceSession> session = this; // which a slot may delete
+    while (session && hasListsToReceive())
         emit argumentsReceived(pending.takeFirst());
 }
 
@@ -145,13 +151,17 @@ void InstanceSession::stop()
 int InstanceSession::run(const std::function<int()>& exec)
 {
     int result = exec();
-    while (hasListsToReceive()) {
+    close(); // a loop that is not the application's own tells nobody that it ends
+    int left = std::numeric_limits<int>::max();
+    while (hasListsToReceive() && pending.size() < left) { // as long as it gets on
         // Still under the launch lock, so that nobody has become master meanwhile. Without it
         // somebody may have, and would get the arguments of this process a second time.
         if (launches && launches->isTaken())
             start();
+        left = pending.size();
         QMetaObject::invokeMethod(this, &InstanceSession::receive, Qt::QueuedConnection);
         result = exec();
+        close();
     }
     launches.reset();
     return result;

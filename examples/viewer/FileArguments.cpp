@@ -32,10 +32,11 @@ bool takesValue(const char* option)
                        [name](const char* known) { return std::strcmp(known, name) == 0; });
 }
 
+/* Returns the working folder with a slash, or nothing if it is gone. */
 QByteArray workingFolder()
 {
     std::array<char, PATH_MAX> folder = {};
-    return ::getcwd(folder.data(), folder.size()) ? QByteArray(folder.data()) : QByteArray(".");
+    return ::getcwd(folder.data(), folder.size()) ? QByteArray(folder.data()) + '/' : QByteArray();
 }
 
 } // namespace
@@ -44,12 +45,14 @@ FileArguments::FileArguments(int argc, char** argv)
 {
     const QByteArray folder = workingFolder();
     bool isValue = true; // the program path stays as it is, too
+    bool endsOptions = false; // all behind "--" is a file
     for (int i = 0; i < argc; ++i) {
         const QByteArray argument = argv[i];
-        const bool isOption = argument.startsWith('-');
+        const bool isOption = !endsOptions && argument.startsWith('-');
         const bool isRelative = !isValue && !isOption && !argument.startsWith('/');
-        arguments.push_back(isRelative && !argument.isEmpty() ? folder + '/' + argument : argument);
+        arguments.push_back(isRelative && !argument.isEmpty() ? folder + argument : argument);
         isValue = isOption && takesValue(argument.constData());
+        endsOptions = endsOptions || argument == "--";
     }
     for (QByteArray& argument : arguments)
         pointers.push_back(argument.data());

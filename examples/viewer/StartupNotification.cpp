@@ -8,9 +8,12 @@ QByteArray startupId()
 #ifdef VIEWER_X11
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <memory>
+#include <thread>
 
 #include <xcb/xcb.h>
 
@@ -36,13 +39,9 @@ xcb_atom_t atom(xcb_connection_t* connection, const char* name)
     return reply ? reply->atom : XCB_NONE;
 }
 
-} // namespace
-
 /* The message goes to the root window in parts of 20 bytes, the terminating one included. */
-void endStartup(const QByteArray& id)
+void sendRemoval(const QByteArray& id)
 {
-    if (id.isEmpty())
-        return;
     int number = 0;
     const std::unique_ptr<xcb_connection_t, Disconnect> connection(xcb_connect(nullptr, &number));
     if (xcb_connection_has_error(connection.get()))
@@ -69,6 +68,18 @@ void endStartup(const QByteArray& id)
                        reinterpret_cast<const char*>(&event));
         event.type = atom(connection.get(), "_NET_STARTUP_INFO"); // also waits for the server
     }
+}
+} // namespace
+
+void endStartup(const QByteArray& id)
+{
+    if (id.isEmpty())
+        return;
+    // On a thread that is left behind: a server that does not answer blocks xcb for ever.
+    std::packaged_task<void()> send([id] { sendRemoval(id); });
+    const std::future<void> sent = send.get_future();
+    std::thread(std::move(send)).detach();
+    sent.wait_for(std::chrono::seconds(2));
 }
 
 #else

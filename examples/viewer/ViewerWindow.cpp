@@ -53,6 +53,8 @@ void ViewerWindow::open(const QStringList& arguments)
     for (const QString& argument : arguments) {
         if (QDir::isAbsolutePath(argument))
             openFile(QDir::cleanPath(argument));
+        else if (argument != QLatin1String("--") && !argument.trimmed().isEmpty())
+            tell(tr("“%1” is no file that can be found from here.").arg(argument));
     }
 }
 

@@ -16,7 +16,7 @@ public:
 
     /*!
         Opens each absolute path among \a arguments in a tab, the last one in front; a file that is
-        open already is read again. Other arguments are none of ours. Problems go to the notice.
+        open already is read again. Problems go to the notice, other arguments among them.
 
         May be called again from the event loop of a question that it asks.
     */

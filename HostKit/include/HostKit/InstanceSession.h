@@ -54,11 +54,14 @@ public:
     /*! Ends the session. Lists that nobody took are lost: let run() return before. */
     ~InstanceSession() override;
 
-    /*! Returns what startSingleInstance() returned. */
+    /*!
+        Returns what startSingleInstance() returned; or Failed, if it was not called because the
+        settings name the port of a crashed master and cannot be written.
+    */
     SingleInstanceState state() const { return decided; }
 
     /*!
-        Runs the event loop \a exec until the application quits, and returns its result.
+        Runs the event loop \a exec until the application quits, and returns its last result.
 
         If a list was handed over while the application was quitting, it is not lost: it is
         received as any other in another run of \a exec. The slot then has to show its window again,
@@ -74,7 +77,8 @@ Q_SIGNALS:
         Emitted in the application's thread for each list that another launch handed over, in the
         order in which they arrived, and once for each.
 
-        Lists wait until somebody is connected. A slot may run an event loop of its own, such as a
+        Lists wait until somebody is connected; when the application ends without, they are lost. A
+        slot may run an event loop of its own, such as a
         modal dialog's: further lists are then received from there.
     */
     void argumentsReceived(const QStringList& arguments);
