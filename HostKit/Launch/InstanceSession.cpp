@@ -13,7 +13,6 @@
 #include <QtCore/QMetaMethod>
 #include <QtCore/QPointer>
 
-#include <limits>
 
 /*
  * Two locks, both in the application's folder, both freed by the kernel with their holder.
@@ -109,8 +108,10 @@ void InstanceSession::receive()
 {
     collect();
     const QPointer<InstanceSession> session = this; // which a slot may delete
-    while (session && hasListsToReceive())
+    while (session && hasListsToReceive()) {
+        ++emissions;
         emit argumentsReceived(pending.takeFirst());
+    }
 }
 
 bool InstanceSession::hasListsToReceive() const
@@ -152,15 +153,16 @@ int InstanceSession::run(const std::function<int()>& exec)
 {
     int result = exec();
     close(); // a loop that is not the application's own tells nobody that it ends
-    int left = std::numeric_limits<int>::max();
-    while (hasListsToReceive() && pending.size() < left) { // as long as it gets on
+    bool getsOn = true; // a loop that returns without receiving anything would be run for ever
+    while (getsOn && hasListsToReceive()) {
         // Still under the launch lock, so that nobody has become master meanwhile. Without it
         // somebody may have, and would get the arguments of this process a second time.
         if (launches && launches->isTaken())
             start();
-        left = pending.size();
+        const quint64 before = emissions;
         QMetaObject::invokeMethod(this, &InstanceSession::receive, Qt::QueuedConnection);
         result = exec();
+        getsOn = emissions > before;
         close();
     }
     launches.reset();

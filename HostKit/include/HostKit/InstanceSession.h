@@ -98,6 +98,7 @@ private:
     std::unique_ptr<FileLock> life; // held for as long as this process is the master
     std::unique_ptr<LaunchLock> launches; // held while the master ends
     QList<QStringList> pending; // taken from the inbox, not yet received
+    quint64 emissions = 0;
 };
 
 } // namespace HostKit
