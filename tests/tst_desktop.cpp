@@ -19,7 +19,6 @@ private slots:
     void leavesTheDesktopToOthers();
     void handsOverWithoutAServer_data();
     void handsOverWithoutAServer();
-    void endsTheBusyCursor();
 
 private:
     std::unique_ptr<Process> view(const QStringList& arguments,
@@ -259,23 +258,6 @@ void DesktopTest::handsOverWithoutAServer()
     QVERIFY(timer.elapsed() < 15000); // two seconds, on a machine that has time
     server->signal(SIGCONT);
     QVERIFY(!master->waitForLine("list .*").isEmpty());
-}
-
-void DesktopTest::endsTheBusyCursor()
-{
-    const auto master = view({});
-    QVERIFY(!windowOf(*master, "Viewer").isEmpty());
-    Process spy("stdbuf", {"-oL", "xev", "-root"});
-    QTRY_VERIFY_WITH_TIMEOUT(
-        output("xprop", {"-root", "-f", "SPIED", "8s", "-set", "SPIED", "1"}).isEmpty()
-            && !spy.waitForLine("PropertyNotify event.*", 100).isEmpty(),
-        20000);
-    qputenv("DESKTOP_STARTUP_ID", "launch_TIME1");
-    const auto second = view({"/dev/null"});
-    qunsetenv("DESKTOP_STARTUP_ID");
-    QCOMPARE(second->waitForEnd().size(), 1);
-    QVERIFY(!spy.waitForLine(".*\\(_NET_STARTUP_INFO_BEGIN\\), format 8.*").isEmpty());
-    QVERIFY(!spy.waitForLine(".*\\(_NET_STARTUP_INFO\\), format 8.*").isEmpty());
 }
 
 QTEST_GUILESS_MAIN(DesktopTest)

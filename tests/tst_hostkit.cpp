@@ -43,10 +43,7 @@ private slots:
     void showsNoPartOfAValue();
     void reportsAStoreThatCannotBeWrittenOnce();
     void forgetsDestroyedObjects();
-    void invokesWhileTheContextExists();
     void locksOneLaunchAtATime();
-    void passesTheLockOnAtOnce();
-    void catchesQtMessages();
 
 private:
     std::unique_ptr<QTemporaryDir> home;
@@ -174,18 +171,6 @@ void HostKitTest::forgetsDestroyedObjects()
     QCOMPARE(pool.take("x", false), none);
 }
 
-void HostKitTest::invokesWhileTheContextExists()
-{
-    int calls = 0;
-    QObject context;
-    {
-        const QObject gone;
-        Core::Invokator::invokeInCurrentThread([&] { calls += 10; }, const_cast<QObject*>(&gone));
-    }
-    Core::Invokator::invokeInCurrentThread([&] { ++calls; }, &context);
-    QTRY_COMPARE(calls, 1);
-}
-
 void HostKitTest::locksOneLaunchAtATime()
 {
     const auto first = std::make_unique<HostKit::LaunchLock>();
@@ -194,30 +179,6 @@ void HostKitTest::locksOneLaunchAtATime()
     QVERIFY(!HostKit::LaunchLock(std::chrono::milliseconds(20)).isTaken());
     QCoreApplication::setApplicationName("another program");
     QVERIFY(HostKit::LaunchLock(std::chrono::milliseconds(0)).isTaken());
-}
-
-void HostKitTest::passesTheLockOnAtOnce()
-{
-    auto holder = std::make_unique<HostKit::LaunchLock>();
-    { // one that gave up takes nothing from one that still waits
-        const HostKit::LaunchLock impatient(std::chrono::milliseconds(1));
-    }
-    auto waiting = std::async(
-        std::launch::async, [] { return HostKit::LaunchLock(std::chrono::minutes(1)).isTaken(); });
-    holder.reset();
-    QVERIFY(waiting.get());
-    QVERIFY(HostKit::LaunchLock().isTaken());
-}
-
-void HostKitTest::catchesQtMessages()
-{
-    Logger::setQtDebugCatchingOn(true);
-    qDebug("filtered");
-    qWarning("caught");
-    torvane::SetLoggerDelegate({});
-    qWarning("without a sink");
-    Logger::setQtDebugCatchingOn(false);
-    QCOMPARE(lines, QStringList("3 caught"));
 }
 
 QTEST_GUILESS_MAIN(HostKitTest)

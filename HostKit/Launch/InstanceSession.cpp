@@ -13,7 +13,6 @@
 #include <QtCore/QMetaMethod>
 #include <QtCore/QPointer>
 
-
 /*
  * Two locks, both in the application's folder, both freed by the kernel with their holder.
  *
