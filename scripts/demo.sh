@@ -29,17 +29,6 @@ printf 'Grüße: blanks and letters of all kinds in its name.\n' >"$demo/documen
 
 # Apart from the user's own viewer, if there is one.
 export XDG_CONFIG_HOME="$demo/settings" SINGLEINSTANCE_LOG_LEVEL=2
-started=
-
-# until_true COMMAND... : tries for up to ten seconds.
-until_true() {
-    for _ in $(seq 200); do
-        "$@" && return 0
-        sleep 0.05
-    done
-    echo "demo: gave up waiting for: $*" >&2
-    return 1
-}
 
 opened() {
     grep -q "opened .*$1" "$demo/master.log"
@@ -51,27 +40,12 @@ is_active() {
     [ "$(xprop -id "$window" _NET_WM_PID 2>/dev/null | sed 's/.* //')" = "$1" ]
 }
 
-start_private_display() {
-    trap 'for id in $started; do kill "$id" 2>/dev/null || true; done' EXIT
-    Xvfb -displayfd 3 -screen 0 1024x640x24 -nolisten tcp -noreset \
-        3>"$demo/display" 2>/dev/null &
-    started="$! $started"
-    until_true grep -q '^[0-9][0-9]*$' "$demo/display"
-    DISPLAY=:$(cat "$demo/display")
-    export DISPLAY
-    unset WAYLAND_DISPLAY XAUTHORITY
-    # Our own settings folder would hide the window manager's from it.
-    env -u XDG_CONFIG_HOME HOME="$demo" openbox >/dev/null 2>&1 &
-    started="$! $started"
-    until_true xprop -root _NET_SUPPORTING_WM_CHECK >/dev/null
-}
-
 second_launch() {
     "$binaries/viewer" "$@" 2>/dev/null
 }
 
 has_display=${DISPLAY:-}
-[ -n "$has_display" ] || start_private_display
+[ -n "$has_display" ] || start_private_display "$demo"
 
 "$binaries/viewer" "$demo/documents/first.txt" 2>"$demo/master.log" &
 master=$!

@@ -37,5 +37,40 @@ build() {
     quietly cmake --build --preset "$preset" ${1:+--target "$@"}
 }
 
-build_packages='g++ cmake ninja-build pkg-config qtbase5-dev libxcb-ewmh-dev'
-desktop_packages='xvfb openbox x11-utils xdotool fonts-dejavu-core'
+# until_true COMMAND... : tries for up to ten seconds.
+until_true() {
+    for _ in $(seq 200); do
+        "$@" && return 0
+        sleep 0.05
+    done
+    echo "gave up waiting for: $*" >&2
+    return 1
+}
+
+# What the script started, by process id, and ends when it ends.
+started=
+end_started() {
+    for process in $started; do
+        kill "$process" 2>/dev/null || true
+    done
+}
+
+# start_private_display FOLDER : a server and a window manager, for DISPLAY, until the script ends.
+start_private_display() {
+    trap end_started EXIT
+    Xvfb -displayfd 3 -screen 0 1024x640x24 -nolisten tcp -noreset 3>"$1/display" 2>/dev/null &
+    started="$! $started"
+    until_true grep -q '^[0-9][0-9]*$' "$1/display"
+    DISPLAY=:$(cat "$1/display")
+    export DISPLAY
+    unset WAYLAND_DISPLAY XAUTHORITY
+    env -u XDG_CONFIG_HOME HOME="$1" openbox >/dev/null 2>&1 &
+    started="$! $started"
+    until_true xprop -root _NET_SUPPORTING_WM_CHECK >/dev/null
+}
+
+# shellcheck disable=SC2034 # for the scripts that source this
+{
+    build_packages='g++ cmake ninja-build pkg-config qtbase5-dev libxcb-ewmh-dev'
+    desktop_packages='xvfb openbox x11-utils xdotool fonts-dejavu-core'
+}
