@@ -291,7 +291,11 @@ void EnduranceTest::leaksNothing()
 void EnduranceTest::stopsInSpiteOfASlot_data()
 {
     QTest::addColumn<bool>("hangs");
+#ifdef TESTS_SANITIZED // which takes what a cancelled thread leaves on its stack for errors
+    qInfo("not tried under AddressSanitizer: a slot that hangs");
+#else
     QTest::newRow("that hangs") << true;
+#endif
     QTest::newRow("that takes 11 s") << false;
 }
 
@@ -299,11 +303,6 @@ void EnduranceTest::stopsInSpiteOfASlot_data()
 void EnduranceTest::stopsInSpiteOfASlot()
 {
     QFETCH(bool, hangs);
-#ifdef TESTS_SANITIZED
-    if (hangs)
-        QSKIP(
-            "AddressSanitizer takes what a cancelled thread's frames left on its stack for errors");
-#endif
     QSemaphore entered;
     connect(
         controller, &SingleInstanceController::messageReceived, this,
