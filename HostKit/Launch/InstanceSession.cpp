@@ -85,8 +85,8 @@ void InstanceSession::start()
     decided = isSafe ? startSingleInstance() : SingleInstanceStateFailed;
     SingleInstanceController* const controller = findController();
     if (controller) {
-        if (!life->isTaken()) // its last holder may be about to go, or hang; have it as soon as it
-                              // is free
+        // The last holder may be about to go, or hang: have the lock as soon as it is free.
+        if (!life->isTaken())
             *life = FileLock::request(masterLockPath());
         connect(controller, &SingleInstanceController::messageReceived, this,
                 &InstanceSession::receive); // earlier ones are fetched when somebody connects
