@@ -1,5 +1,10 @@
 # Sourced by the other scripts: installs what is missing, and says nothing when nothing is.
 
+# as_root COMMAND... : with sudo if not root.
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
 # require_packages PACKAGE... : installs those that are missing, through apt-get.
 require_packages() {
     missing=
@@ -9,11 +14,9 @@ require_packages() {
     done
     [ -n "$missing" ] || return 0
     echo "Installing:$missing"
-    as_root=
-    [ "$(id -u)" -eq 0 ] || as_root=sudo
     # One call, so that sudo asks for a password no more than once.
     # shellcheck disable=SC2086
-    if ! $as_root env DEBIAN_FRONTEND=noninteractive sh -c \
+    if ! as_root env DEBIAN_FRONTEND=noninteractive sh -c \
         'apt-get update -q && apt-get install -qy --no-install-recommends "$@"' setup $missing \
         >"${TMPDIR:-/tmp}/singleinstance-setup.log" 2>&1; then
         tail -n 20 "${TMPDIR:-/tmp}/singleinstance-setup.log" >&2

@@ -87,7 +87,7 @@ void sendMarks(SingleInstanceController& controller, quint16 port, QSemaphore& a
 {
     const QDeadlineTimer deadline(timeLimit);
     for (int sent = 1, quiet = 0; quiet < quietMarks && sendMark(port, deadline); ++sent) {
-        const int before = controller.peekMessages().size();
+        const auto before = controller.peekMessages().size();
         while (marksIn(controller) < sent) {
             if (!arrivals.tryAcquire(1, static_cast<int>(deadline.remainingTime()))) {
                 qWarning("HostKit: what was handed over last may be lost, the master is too busy");

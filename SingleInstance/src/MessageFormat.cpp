@@ -1,5 +1,6 @@
 #include "MessageFormat.h"
 
+#include <QtCore/QIODevice>
 #include <QtCore/QtEndian>
 
 #include <algorithm>

@@ -1,0 +1,6 @@
+#include <SingleInstanceController.h>
+
+int main(void)
+{
+    return (int)getSingleInstanceState();
+}
