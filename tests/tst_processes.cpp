@@ -2,9 +2,7 @@
 #include "Rounds.h"
 
 #include <QtNetwork/QTcpServer>
-#include <QtTest/QtTest>
 
-#include <csignal>
 #include <memory>
 #include <vector>
 
@@ -14,19 +12,19 @@
 
 namespace {
 
+using Launch = std::unique_ptr<Process>;
+
 /* By a session, unless LAUNCH_MODE=bare asks what the bare entry points make of it. */
-std::unique_ptr<Process> launch(const QStringList& arguments, const char* mode = nullptr)
+Launch launch(const QStringList& arguments = {})
 {
-    const QString usual = qEnvironmentVariable("LAUNCH_MODE", "session");
-    return std::make_unique<Process>(LAUNCHER, QStringList(mode ? mode : usual) + arguments);
+    const QString mode = qEnvironmentVariable("LAUNCH_MODE", "session");
+    return std::make_unique<Process>(LAUNCHER, QStringList(mode) + arguments);
 }
 
-QStringList statesOf(const std::vector<std::unique_ptr<Process>>& processes, size_t first = 0)
+Launch launchMaster(const QStringList& arguments = {})
 {
-    QStringList states;
-    for (size_t i = first; i < processes.size(); ++i)
-        states.append(processes[i]->waitForLine("state .*"));
-    return states;
+    Launch master = launch(arguments);
+    return master->waitForLine("state .*") == "state 1" ? std::move(master) : nullptr;
 }
 
 /* What became of many launches. */
@@ -37,33 +35,29 @@ struct Tally {
     int lost = 0;
     int repeated = 0;
 
-    /* Ends the masters among \a processes, which are all decided, and counts what they showed. */
-    void count(const QStringList& states, const std::vector<std::unique_ptr<Process>>& processes)
+    /* Ends \a launches, which are all decided, and counts what the masters showed. */
+    void count(const QStringList& states, const std::vector<Launch>& launches)
     {
         QStringList shown;
-        for (int i = 0; i < states.size(); ++i) {
-            processes[size_t(i)]->write("quit\n");
-            shown += processes[size_t(i)]->waitForEnd().filter("list ");
+        for (const Launch& each : launches) {
+            each->write("quit\n");
+            shown += each->waitForEnd().filter("list ");
         }
         for (int i = 0; i < states.size(); ++i) {
-            if (states[i] == "state 1")
-                continue;
-            failed += states[i] == "state 2" ? 0 : 1;
-            ++handedOver;
-            const int times = shown.count("list " + processes[size_t(i)]->arguments().last());
-            lost += times == 0 ? 1 : 0;
+            const auto times = shown.count("list " + launches[size_t(i)]->arguments().last());
+            const bool isMaster = states[i] == "state 1";
+            failed += isMaster || states[i] == "state 2" ? 0 : 1;
+            handedOver += isMaster ? 0 : 1;
+            lost += isMaster || times > 0 ? 0 : 1;
             repeated += times > 1 ? 1 : 0;
         }
     }
     bool isClean() const { return twoMasters + failed + lost + repeated == 0; }
-    QString text() const
+    QByteArray text() const
     {
-        return QString("%1 with two masters, %2 of %3 lists lost, %4 repeated, %5 launches failed")
-            .arg(twoMasters)
-            .arg(lost)
-            .arg(handedOver)
-            .arg(repeated)
-            .arg(failed);
+        const auto* const format = "%d with two masters, %d of %d lists lost, %d repeated, "
+                                   "%d launches failed";
+        return QString::asprintf(format, twoMasters, lost, handedOver, repeated, failed).toUtf8();
     }
 };
 
@@ -74,260 +68,221 @@ class ProcessesTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void init();
-    void viewerShowsAllDocuments();
-    void viewerOpensWhatItCan_data();
-    void viewerOpensWhatItCan();
-    void viewerStandsAloneWithoutSettings();
-    void bareLaunchesFindTheMaster();
-    void launchesAtOnce_data();
-    void launchesAtOnce();
-    void quitsWithoutLosingAList();
-    void startsAfterAKill();
-    void ignoresAStrangerOnTheOldPort_data();
-    void ignoresAStrangerOnTheOldPort();
-    void staysMasterWhenTheLockComesLate();
-    void handsOverToAStoppedMaster();
-    void handsOverToABusyMaster();
+    void init()
+    {
+        home = std::make_unique<QTemporaryDir>();
+        QVERIFY(home->isValid());
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(home->path()));
+        qputenv("SINGLEINSTANCE_LOG_LEVEL", "2");
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+
+    void viewerOpensWhatItCan()
+    {
+        const QString odd = QString::fromUtf8("Bücher & 本.txt");
+        write(odd, "a");
+        write("binary", QByteArray("\0", 1));
+        const auto master = view({"/dev", "binary", "/none"});
+        QVERIFY(!master->waitForLine(".* not opened: “/dev” is a folder\\.").isEmpty());
+        QVERIFY(!master->waitForLine(".* not opened: “.*/binary” is not a text file\\.").isEmpty());
+        QVERIFY(!master->waitForLine(".* not opened: There is no file “/none”\\.").isEmpty());
+        const auto second = view({odd, "/dev/zero", "/proc/self/mem"});
+        QVERIFY(!second->waitForLine("viewer: handed over to the window that is open").isEmpty());
+        QVERIFY(!master->waitForLine(".* opened .*/" + QRegularExpression::escape(odd)).isEmpty());
+        QVERIFY(!master->waitForLine(".* not opened: “/dev/zero” is not a regular.*").isEmpty());
+        QVERIFY(!master->waitForLine(".* not opened: “/proc/self/mem” cannot be read.*").isEmpty());
+    }
+
+    void viewerStandsAloneWithoutSettings()
+    {
+        write("a.txt", "a");
+        qputenv("XDG_CONFIG_HOME", "/dev/null/below");
+        const auto alone = view({"a.txt"});
+        QVERIFY(!alone->waitForLine(".*Settings: cannot write .*: Not a directory").isEmpty());
+        QVERIFY(!alone->waitForLine(".*cannot start master so give up\\.").isEmpty());
+        QVERIFY(!alone->waitForLine(".* opened .*/a\\.txt").isEmpty());
+    }
+
+    void launchesAtOnce_data()
+    {
+        QTest::addColumn<int>("launches");
+        for (const int launches : {2, 8, 32})
+            QTest::addRow("%d", launches) << launches;
+    }
+
+    void launchesAtOnce()
+    {
+        QFETCH(int, launches);
+        const int count = rounds("STORM_ROUNDS", launches < 32 ? 3 : 1);
+        Tally tally;
+        qint64 milliseconds = 0;
+        for (int round = 0; round < count; ++round) {
+            init();
+            QElapsedTimer timer;
+            timer.start();
+            std::vector<Launch> all;
+            for (int i = 0; i < launches; ++i)
+                all.push_back(launch({QString::number(i)}));
+            QStringList states;
+            for (const Launch& each : all)
+                states.append(each->waitForLine("state .*"));
+            milliseconds += timer.elapsed();
+            tally.twoMasters += states.count("state 1") == 1 ? 0 : 1;
+            tally.count(states, all);
+        }
+        qInfo("%d launches at once: %d rounds, %s, %lld ms a launch", launches, count,
+              tally.text().constData(), milliseconds / (count * launches));
+        QVERIFY(tally.isClean());
+    }
+
+    void bareLaunchesFindTheMaster()
+    {
+        qputenv("LAUNCH_MODE", "bare");
+        const auto restore = qScopeGuard([] { qunsetenv("LAUNCH_MODE"); });
+        const auto master = launchMaster({"own"});
+        QVERIFY(master);
+        QCOMPARE(launch({"a", "b c"})->waitForEnd(), QStringList("state 2"));
+        QCOMPARE(master->waitForLine("list .*"), "list a|b c");
+        master->write("quit\n");
+        QCOMPARE(master->waitForEnd().size(), 2);
+        QVERIFY(launchMaster());
+    }
+
+    /* The sample of the page on the protocol. */
+    void anyProgramHandsOver()
+    {
+        QFile page(PROTOCOL);
+        QVERIFY(page.open(QIODevice::ReadOnly));
+        const QString sender =
+            QString::fromUtf8(page.readAll()).section("```python", 1).section("```", 0, 0);
+        const auto master = launchMaster();
+        QVERIFY(master);
+        Process python("python3", {"-c", sender, home->filePath("launcher"), "mode", "a.txt", "😀"});
+        QCOMPARE(python.waitForEnd(), QStringList());
+        QCOMPARE(master->waitForLine("list .*"), "list a.txt|😀");
+    }
+
+    void quitsWithoutLosingAList()
+    {
+        const int count = rounds("QUIT_ROUNDS", 5);
+        Tally tally;
+        for (int round = 0; round < count; ++round) {
+            init();
+            std::vector<Launch> all;
+            all.push_back(launchMaster({"own"}));
+            QVERIFY(all.front());
+            for (int i = 0; i < 3; ++i)
+                all.push_back(launch({QString::number(i)}));
+            QTest::qWait(QRandomGenerator::global()->bounded(30)); // which of them is first varies
+            all.front()->write("quit\n");
+            QStringList states("state 1");
+            for (size_t i = 1; i < all.size(); ++i)
+                states.append(all[i]->waitForLine("state .*"));
+            tally.count(states, all);
+        }
+        qInfo("3 launches while the master quits: %d rounds, %s", count, tally.text().constData());
+        QVERIFY(tally.isClean());
+    }
+
+    void startsAfterAKill()
+    {
+        const int count = rounds("KILL_ROUNDS", 10);
+        for (int round = 0; round < count; ++round) {
+            const bool atItsEnd = round % 2 == 0; // else anywhere in start or hand-over
+            const auto killed = launch({"a"});
+            const auto other = launch({"b"});
+            if (atItsEnd) {
+                killed->waitForLine("state .*");
+                killed->write("quit\n");
+                killed->waitForBytesWritten();
+            }
+            QTest::qWait(QRandomGenerator::global()->bounded(atItsEnd ? 4 : 40));
+            killed->signal(SIGKILL);
+            other->signal(SIGKILL);
+            killed->waitForEnd();
+            other->waitForEnd();
+            const auto next = launchMaster({"c"});
+            QVERIFY(next);
+        }
+        qInfo("kill -9 at a random moment: %d rounds, the next launch became master each time",
+              count);
+    }
+
+    void ignoresAStrangerOnTheOldPort_data()
+    {
+        QTest::addColumn<bool>("closes");
+        QTest::newRow("one that never reads") << false;
+        QTest::newRow("one that closes at once") << true;
+    }
+
+    void ignoresAStrangerOnTheOldPort()
+    {
+        QFETCH(bool, closes);
+        QTcpServer stranger;
+        QVERIFY(stranger.listen(QHostAddress::LocalHost));
+        if (closes)
+            connect(&stranger, &QTcpServer::newConnection, &stranger,
+                    [&] { delete stranger.nextPendingConnection(); });
+        QVERIFY(launchMaster()); // and killed at once
+        const QString port = "launcher/SingleInstance/MasterPort";
+        QVERIFY(QFile::exists(home->filePath(port)));
+        write(port, QByteArray::number(stranger.serverPort()));
+        QVERIFY(launchMaster({"a"}));
+    }
+
+    /* The crashed master is still going, or a launch hangs, while the next one becomes master. */
+    void staysMasterWhenTheLockComesLate()
+    {
+        QVERIFY(launchMaster()); // and killed at once
+        const QByteArray path = QFile::encodeName(home->filePath("launcher/master.lock"));
+        const int lock = ::open(path.constData(), O_RDWR | O_CLOEXEC);
+        const auto close = qScopeGuard([lock] { ::close(lock); });
+        QTRY_COMPARE(::flock(lock, LOCK_EX | LOCK_NB), 0);
+        const auto master = launchMaster();
+        QVERIFY(master);
+        ::flock(lock, LOCK_UN);
+        QTRY_VERIFY(::flock(lock, LOCK_EX | LOCK_NB) != 0 || ::flock(lock, LOCK_UN) != 0);
+        QCOMPARE(launch({"a"})->waitForEnd(), QStringList("state 2"));
+        QCOMPARE(master->waitForLine("list .*"), "list a");
+    }
+
+    void handsOverToAMasterThatDoesNotMove_data()
+    {
+        QTest::addColumn<bool>("isStopped");
+        QTest::newRow("stopped") << true;
+        QTest::newRow("busy for ten seconds") << false;
+    }
+
+    void handsOverToAMasterThatDoesNotMove()
+    {
+        QFETCH(bool, isStopped);
+        const auto master = launchMaster();
+        QVERIFY(master);
+        if (isStopped)
+            master->signal(SIGSTOP);
+        else
+            master->write("block\n");
+        QVERIFY(isStopped || !master->waitForLine("blocking").isEmpty());
+        QCOMPARE(launch({"a"})->waitForEnd(), QStringList("state 2"));
+        QVERIFY(master->readAll().isEmpty());
+        master->signal(SIGCONT);
+        QCOMPARE(master->waitForLine("list .*"), "list a");
+    }
 
 private:
-    std::unique_ptr<Process> view(const QStringList& arguments);
-    QString write(const QString& name, const QByteArray& content);
+    Launch view(const QStringList& arguments)
+    {
+        return std::make_unique<Process>(VIEWER, arguments, home->path());
+    }
+
+    void write(const QString& name, const QByteArray& content)
+    {
+        QFile file(home->filePath(name));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) >= 0);
+    }
 
     std::unique_ptr<QTemporaryDir> home;
 };
-
-void ProcessesTest::init()
-{
-    home = std::make_unique<QTemporaryDir>();
-    QVERIFY(home->isValid());
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home->path()));
-    qputenv("SINGLEINSTANCE_LOG_LEVEL", "2");
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-}
-
-std::unique_ptr<Process> ProcessesTest::view(const QStringList& arguments)
-{
-    return std::make_unique<Process>(VIEWER, arguments, home->path());
-}
-
-QString ProcessesTest::write(const QString& name, const QByteArray& content)
-{
-    QFile file(home->filePath(name));
-    return file.open(QIODevice::WriteOnly) && file.write(content) >= 0 ? file.fileName()
-                                                                       : QString();
-}
-
-void ProcessesTest::viewerShowsAllDocuments()
-{
-    const QString odd = QString::fromUtf8("Bücher & 本.txt");
-    write("a.txt", "a");
-    write("b.txt", "b");
-    write(odd, "c");
-    const auto master = view({"a.txt"});
-    QVERIFY(!master->waitForLine(".* opened .*/a\\.txt").isEmpty());
-    for (const QString& name : {QString("b.txt"), odd}) {
-        const auto second = view({name});
-        QCOMPARE(second->waitForEnd(),
-                 QStringList("viewer: handed over to the window that is open"));
-        QCOMPARE(second->exitCode(), 0);
-        QVERIFY(
-            !master->waitForLine(".* opened " + QRegularExpression::escape(home->filePath(name)))
-                 .isEmpty());
-    }
-}
-
-void ProcessesTest::viewerOpensWhatItCan_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("problem");
-
-    QTest::newRow("a folder") << "/dev"
-                              << "“/dev” is a folder.";
-    QTest::newRow("a missing file") << "/none"
-                                    << "There is no file “/none”.";
-    QTest::newRow("a device") << "/dev/zero"
-                              << "“/dev/zero” is not a regular file.";
-    QTest::newRow("a binary file") << "binary"
-                                   << "“.*/binary” is not a text file.";
-    QTest::newRow("an unreadable file") << "/proc/self/mem"
-                                        << "“/proc/self/mem” cannot be read: .*";
-}
-
-void ProcessesTest::viewerOpensWhatItCan()
-{
-    QFETCH(QString, name);
-    QFETCH(QString, problem);
-    write("binary",
-          QByteArray("\x7F"
-                     "ELF\0",
-                     5));
-    write("a.txt", "a");
-    const auto master = view({name, "a.txt"});
-    QVERIFY(!master->waitForLine(".* not opened: " + problem).isEmpty());
-    QVERIFY(!master->waitForLine(".* opened .*/a\\.txt").isEmpty());
-}
-
-void ProcessesTest::viewerStandsAloneWithoutSettings()
-{
-    write("a.txt", "a");
-    qputenv("XDG_CONFIG_HOME", "/dev/null/below");
-    const auto alone = view({"a.txt"});
-    QVERIFY(!alone->waitForLine(".*Settings: cannot write .*: Not a directory").isEmpty());
-    QVERIFY(!alone->waitForLine(".*cannot start master so give up\\.").isEmpty());
-    QVERIFY(!alone->waitForLine(".* opened .*/a\\.txt").isEmpty());
-}
-
-void ProcessesTest::bareLaunchesFindTheMaster()
-{
-    const auto master = launch({"own"}, "bare");
-    QCOMPARE(master->waitForLine("state .*"), "state 1");
-    QCOMPARE(launch({"a", "b c"}, "bare")->waitForEnd(), QStringList("state 2"));
-    QCOMPARE(master->waitForLine("list .*"), "list a|b c");
-    master->write("quit\n");
-    QCOMPARE(master->waitForEnd(), (QStringList{"state 1", "list a|b c"}));
-    QCOMPARE(launch({}, "bare")->waitForLine("state .*"), "state 1");
-}
-
-void ProcessesTest::launchesAtOnce_data()
-{
-    QTest::addColumn<int>("launches");
-    QTest::newRow("2") << 2;
-    QTest::newRow("8") << 8;
-    QTest::newRow("32") << 32;
-}
-
-void ProcessesTest::launchesAtOnce()
-{
-    QFETCH(int, launches);
-    const int count = rounds("STORM_ROUNDS", launches < 32 ? 3 : 1);
-    Tally tally;
-    qint64 milliseconds = 0;
-    for (int round = 0; round < count; ++round) {
-        init();
-        QElapsedTimer timer;
-        timer.start();
-        std::vector<std::unique_ptr<Process>> all;
-        for (int i = 0; i < launches; ++i)
-            all.push_back(launch({QString::number(i)}));
-        const QStringList states = statesOf(all);
-        milliseconds += timer.elapsed();
-        tally.twoMasters += states.count("state 1") == 1 ? 0 : 1;
-        tally.count(states, all);
-    }
-    qInfo("%d launches at once: %d rounds, %s, %lld ms a launch", launches, count,
-          qPrintable(tally.text()), milliseconds / (count * launches));
-    QVERIFY(tally.isClean());
-}
-
-void ProcessesTest::quitsWithoutLosingAList()
-{
-    const int count = rounds("QUIT_ROUNDS", 5);
-    Tally tally;
-    for (int round = 0; round < count; ++round) {
-        init();
-        std::vector<std::unique_ptr<Process>> all;
-        all.push_back(launch({"own"}));
-        QCOMPARE(all[0]->waitForLine("state .*"), "state 1");
-        for (int i = 0; i < 3; ++i)
-            all.push_back(launch({QString::number(i)}));
-        QTest::qWait(QRandomGenerator::global()->bounded(30)); // which of them is first varies
-        all[0]->write("quit\n");
-        tally.count(QStringList("state 1") + statesOf(all, 1), all);
-    }
-    qInfo("3 launches while the master quits: %d rounds, %s", count, qPrintable(tally.text()));
-    QVERIFY(tally.isClean());
-}
-
-void ProcessesTest::startsAfterAKill()
-{
-    const int count = rounds("KILL_ROUNDS", 10);
-    int masters = 0;
-    for (int round = 0; round < count; ++round) {
-        const auto killed = launch({"a"});
-        const auto other = launch({"b"});
-        if (round % 2 == 0) { // somewhere in its end, else anywhere in start or hand-over
-            killed->waitForLine("state .*");
-            killed->write("quit\n");
-            killed->waitForBytesWritten();
-        }
-        QTest::qWait(QRandomGenerator::global()->bounded(round % 2 == 0 ? 4 : 40));
-        killed->signal(SIGKILL);
-        other->signal(SIGKILL);
-        killed->waitForEnd();
-        other->waitForEnd();
-        const auto next = launch({"c"});
-        masters += next->waitForLine("state .*") == "state 1" ? 1 : 0;
-        next->signal(SIGKILL);
-    }
-    QCOMPARE(masters, count);
-    qInfo("kill -9 at a random moment: %d rounds, the next launch became master each time",
-          masters);
-}
-
-void ProcessesTest::ignoresAStrangerOnTheOldPort_data()
-{
-    QTest::addColumn<bool>("closes");
-    QTest::newRow("one that never reads") << false;
-    QTest::newRow("one that closes at once") << true;
-}
-
-void ProcessesTest::ignoresAStrangerOnTheOldPort()
-{
-    QFETCH(bool, closes);
-    QTcpServer stranger;
-    QVERIFY(stranger.listen(QHostAddress::LocalHostIPv6)
-            || stranger.listen(QHostAddress::LocalHost));
-    if (closes)
-        connect(&stranger, &QTcpServer::newConnection, &stranger,
-                [&] { delete stranger.nextPendingConnection(); });
-    const auto killed = launch({});
-    QCOMPARE(killed->waitForLine("state .*"), "state 1");
-    killed->signal(SIGKILL);
-    killed->waitForEnd();
-    const QString port = home->filePath("launcher/SingleInstance/MasterPort");
-    QVERIFY(QFile::exists(port));
-    write("launcher/SingleInstance/MasterPort", QByteArray::number(stranger.serverPort()));
-
-    QCOMPARE(launch({"a"})->waitForLine("state .*"), "state 1");
-}
-
-/* The crashed master is still going, or a launch hangs, while the next one becomes master. */
-void ProcessesTest::staysMasterWhenTheLockComesLate()
-{
-    QCOMPARE(launch({})->waitForLine("state .*"), "state 1"); // and killed at once
-    const QByteArray path = QFile::encodeName(home->filePath("launcher/master.lock"));
-    const int lock = ::open(path.constData(), O_RDWR | O_CLOEXEC);
-    QTRY_COMPARE(::flock(lock, LOCK_EX | LOCK_NB), 0);
-    const auto master = launch({});
-    QCOMPARE(master->waitForLine("state .*"), "state 1");
-    ::flock(lock, LOCK_UN);
-    QTRY_VERIFY(::flock(lock, LOCK_EX | LOCK_NB) != 0 || ::flock(lock, LOCK_UN) != 0);
-    ::close(lock);
-    QCOMPARE(launch({"a"})->waitForEnd(), QStringList("state 2"));
-    QCOMPARE(master->waitForLine("list .*"), "list a");
-}
-
-void ProcessesTest::handsOverToAStoppedMaster()
-{
-    const auto master = launch({});
-    QCOMPARE(master->waitForLine("state .*"), "state 1");
-    master->signal(SIGSTOP);
-    QCOMPARE(launch({"a"})->waitForEnd(), QStringList("state 2"));
-    master->signal(SIGCONT);
-    QCOMPARE(master->waitForLine("list .*"), "list a");
-}
-
-void ProcessesTest::handsOverToABusyMaster()
-{
-    const auto master = launch({});
-    QCOMPARE(master->waitForLine("state .*"), "state 1");
-    master->write("block 10000\n");
-    QVERIFY(!master->waitForLine("blocking").isEmpty());
-    QCOMPARE(launch({"a"})->waitForEnd(), QStringList("state 2"));
-    QVERIFY(master->state() == QProcess::Running && master->readAllStandardOutput().isEmpty());
-    QCOMPARE(master->waitForLine("list .*"), "list a");
-}
 
 QTEST_GUILESS_MAIN(ProcessesTest)
 #include "tst_processes.moc"

@@ -4,17 +4,13 @@
 
 #include <QtCore/QCoreApplication>
 
+/* Whether it was this program's host that the library talked to, and not HostKit. */
 int main(int argc, char* argv[])
 {
     QCoreApplication application(argc, argv);
     ScriptedHost::reset();
-    bool isMaster = false;
-    QVariant port;
-    {
-        const HostKit::InstanceSession session;
-        isMaster = session.state() == SingleInstanceStateMaster;
-        port = ScriptedHost::setting(QStringLiteral("MasterPort"));
-    }
-    const bool isLogged = ScriptedHost::takeLog().contains(QStringLiteral("2 stopped."));
-    return isMaster && port.toUInt() != 0 && isLogged ? 0 : 1;
+    const HostKit::InstanceSession session;
+    const bool hasPort = ScriptedHost::state()->settings.contains(QStringLiteral("MasterPort"));
+    const bool isLogged = ScriptedHost::takeLog().contains(QStringLiteral("2 started."));
+    return session.state() == SingleInstanceStateMaster && hasPort && isLogged ? 0 : 1;
 }

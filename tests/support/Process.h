@@ -7,44 +7,45 @@
 /* A process of a test. It is killed with the object; what it said is shown when a check fails. */
 class Process : public QProcess {
 public:
-    Process(const QString& program, const QStringList& arguments, const QString& folder = {})
+    explicit Process(const QString& program, const QStringList& arguments = {},
+                     const QString& folder = {})
     {
         setWorkingDirectory(folder);
+        setProcessChannelMode(MergedChannels);
         start(program, arguments);
     }
     ~Process() override
     {
         if (QTest::currentTestFailed())
-            qInfo().noquote() << program() << arguments() << "said:\n" << said << errors;
+            qInfo().noquote() << program() << arguments() << "said:\n" << said;
         kill();
         waitForFinished();
     }
+    Q_DISABLE_COPY_MOVE(Process)
 
-    /* Waits for a whole line that \a pattern matches; returns it, or nothing in time. */
-    QString waitForLine(const QString& pattern, int milliseconds = 20000)
+    /* Waits for a whole line that \a pattern matches, behind the last one; returns it, if in time.
+     */
+    QString waitForLine(const QString& pattern)
     {
-        const QRegularExpression expression(QRegularExpression::anchoredPattern(pattern));
-        QString found;
-        const bool appeared = QTest::qWaitFor(
-            [&] {
-                read();
-                const int index = lines.indexOf(expression, position);
-                if (index < 0)
-                    return false;
-                found = lines.at(index);
-                position = index + 1;
-                return true;
-            },
-            milliseconds);
-        return appeared ? found : QString();
+        const QRegularExpression line("^" + pattern + "$", QRegularExpression::MultilineOption);
+        QRegularExpressionMatch found;
+        const auto appears = [&] {
+            said += readAll();
+            const QByteArray lines = said.left(said.lastIndexOf('\n') + 1);
+            found = line.match(QString::fromUtf8(lines), position);
+            return found.hasMatch();
+        };
+        if (QTest::qWaitFor(appears, 20000))
+            position = int(found.capturedEnd());
+        return found.captured();
     }
 
-    /* Waits for the end; returns all lines on standard output. */
+    /* Waits for the end; returns all lines. */
     QStringList waitForEnd()
     {
         if (state() != NotRunning)
             waitForFinished();
-        read();
+        said += readAll();
         return QString::fromUtf8(said).split('\n', Qt::SkipEmptyParts);
     }
 
@@ -56,27 +57,6 @@ public:
     }
 
 private:
-    void read()
-    {
-        const QByteArray output = readAllStandardOutput();
-        said += output;
-        split(unfinishedOutput += output);
-        const QByteArray error = readAllStandardError();
-        errors += error;
-        split(unfinishedErrors += error);
-    }
-    void split(QByteArray& text)
-    {
-        for (int end = text.indexOf('\n'); end >= 0; end = text.indexOf('\n')) {
-            lines.append(QString::fromUtf8(text.left(end)));
-            text.remove(0, end + 1);
-        }
-    }
-
     QByteArray said;
-    QByteArray errors;
-    QByteArray unfinishedOutput;
-    QByteArray unfinishedErrors;
-    QStringList lines; // of both, as they came
     int position = 0;
 };

@@ -4,8 +4,9 @@
  *   launcher session|bare [argument...]
  *
  * It answers in whole lines on standard output: "state N", then as the master "list A|B" for each
- * list that it receives. It obeys the lines on its standard input: "quit", "block N" (keeps the
- * main thread busy for N ms). It ends when the input ends, and after a minute at the latest.
+ * list that it receives. It obeys the lines on its standard input: "quit", and "block", which keeps
+ * its main thread busy for ten seconds. It ends when the input ends, and after a minute at the
+ * latest.
  */
 
 #include <Core/ObjectsPool.h>
@@ -17,7 +18,6 @@
 #include <QtCore/QThread>
 
 #include <cstdio>
-#include <string>
 
 #include <unistd.h>
 
@@ -36,64 +36,45 @@ void say(const QString& line)
 void show(const QStringList& arguments)
 {
     say(QStringLiteral("list ") + arguments.mid(1).join(QLatin1Char('|'))); // without the mode
+    if (isQuitting)
+        QCoreApplication::quit(); // has no window to stay open for
 }
 
-void obey(const std::string& line)
+void obey()
 {
-    if (line.rfind("block ", 0) == 0) {
+    QByteArray line(16, '\0');
+    if (::read(STDIN_FILENO, line.data(), 15) > 0 && line.startsWith("block")) {
         say(QStringLiteral("blocking"));
-        QThread::msleep(std::stoul(line.substr(6)));
-    } else {
-        isQuitting = true;
-        QCoreApplication::quit();
+        QThread::sleep(10);
+        return;
     }
-}
-
-void obeyInput(QCoreApplication& application)
-{
-    auto* const input = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, &application);
-    QObject::connect(input, &QSocketNotifier::activated, input, [] {
-        std::string line;
-        char c = 0;
-        while (::read(STDIN_FILENO, &c, 1) == 1 && c != '\n')
-            line += c;
-        obey(line);
-    });
+    isQuitting = true;
+    QCoreApplication::quit();
 }
 
 int runSession()
 {
     HostKit::InstanceSession session;
     say(QStringLiteral("state %1").arg(session.state()));
-    if (session.state() != SingleInstanceStateMaster)
-        return session.state();
-    QObject::connect(&session, &HostKit::InstanceSession::argumentsReceived, qApp, [](auto& list) {
-        show(list);
-        if (isQuitting)
-            QCoreApplication::quit(); // has no window to stay open for
-    });
-    return session.run(&QCoreApplication::exec);
+    QObject::connect(&session, &HostKit::InstanceSession::argumentsReceived, show);
+    return session.state() == SingleInstanceStateMaster ? session.run(&QCoreApplication::exec) : 0;
 }
 
 int runBare()
 {
-    const SingleInstanceState state = startSingleInstance();
-    say(QStringLiteral("state %1").arg(state));
-    if (state != SingleInstanceStateMaster)
-        return state;
-    auto* const controller = static_cast<SingleInstanceController*>(
-        Core::ObjectsPool::getInstance()
-            .find(QStringLiteral("SingleInstance::SingleInstanceController"), false)
-            .first);
-    const auto showAll = [controller] {
-        for (const QStringList& arguments : controller->takeMessages())
-            show(arguments);
-    };
-    QObject::connect(controller, &SingleInstanceController::messageReceived, qApp, showAll);
-    showAll();
-    const int result = QCoreApplication::exec();
-    stopSingleInstance();
-    return result;
+    say(QStringLiteral("state %1").arg(startSingleInstance()));
+    const auto entry = Core::ObjectsPool::getInstance().find(
+        QStringLiteral("SingleInstance::SingleInstanceController"), false);
+    if (auto* const controller = qobject_cast<SingleInstanceController*>(entry.second)) {
+        const auto showAll = [controller] {
+            for (const QStringList& arguments : controller->takeMessages())
+                show(arguments);
+        };
+        QObject::connect(controller, &SingleInstanceController::messageReceived, qApp, showAll);
+        showAll();
+        QCoreApplication::exec();
+    }
+    return stopSingleInstance();
 }
 
 } // namespace
@@ -102,7 +83,8 @@ int main(int argc, char* argv[])
 {
     ::alarm(60);
     QCoreApplication application(argc, argv);
-    obeyInput(application);
+    const QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
+    QObject::connect(&input, &QSocketNotifier::activated, obey);
     torvane::SetLoggerDelegate(torvane::WriteToStandardError);
     const bool isBare = argc > 1 && qstrcmp(argv[1], "bare") == 0;
     return isBare ? runBare() : runSession();
