@@ -43,8 +43,9 @@ ViewerWindow::ViewerWindow()
     setCentralWidget(content);
 
     QMenu* const menu = menuBar()->addMenu(tr("&File"));
-    menu->addAction(tr("&Open…"), this, &ViewerWindow::chooseFiles, QKeySequence::Open);
-    menu->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
+    menu->addAction(tr("&Open…"), this, &ViewerWindow::chooseFiles)
+        ->setShortcut(QKeySequence::Open);
+    menu->addAction(tr("&Quit"), this, &QWidget::close)->setShortcut(QKeySequence::Quit);
     resize(720, 480);
 }
 
