@@ -1,27 +1,30 @@
 #ifndef SINGLEINSTANCECONTROLLER_H
 #define SINGLEINSTANCECONTROLLER_H
 
-/*
- * SingleInstance makes a Qt desktop application run as a single instance.
- *
- * The first process that calls startSingleInstance() becomes the master. Every later one hands its
- * command-line arguments to the master over a loopback connection, brings the master's window to
- * the foreground and is told that it is a secondary; it is then expected to exit.
- *
- * Before the first call the host must
- *   - have built its application object (QCoreApplication or a subclass), with the organisation and
- *     application name by which its settings store tells applications apart;
- *   - have made relative paths among its arguments absolute: they are handed over as they stand,
- *     and the master's working folder is not the caller's;
- *   - hold a lock between processes around startSingleInstance() if two first launches may overlap.
- *     The library itself locks nothing between processes: without the lock, two processes that
- *     start at the same moment can both become master, each on its own port.
- *
- * What arrives was written by some local process. Treat it as untrusted input.
- *
- * The enumeration and the three functions are plain C; the class is seen by C++ alone.
- */
+/*!
+    \file
 
+    SingleInstance makes a Qt desktop application run as a single instance.
+
+    The first process that calls startSingleInstance() becomes the master. Every later one hands its
+    command-line arguments to the master over a loopback connection, brings the master's window to
+    the foreground and is told that it is a secondary; it is then expected to exit.
+
+    Before the first call the host must
+    - have built its application object (QCoreApplication or a subclass), with the organisation and
+      application name by which its settings store tells applications apart;
+    - have made relative paths among its arguments absolute: they are handed over as they stand, and
+      the master's working folder is not the caller's;
+    - hold a lock between processes around startSingleInstance() if two first launches may overlap.
+      The library itself locks nothing between processes: without the lock, two processes that start
+      at the same moment can both become master, each on its own port.
+
+    What arrives was written by some local process. Treat it as untrusted input.
+
+    The enumeration and the three functions are plain C; the class is seen by C++ alone.
+*/
+
+/*! \cond */
 #if defined(_WIN32)
 #if defined(SINGLEINSTANCE_LIBRARY)
 #define SINGLEINSTANCE_EXPORT __declspec(dllexport)
@@ -31,61 +34,65 @@
 #else
 #define SINGLEINSTANCE_EXPORT __attribute__((visibility("default")))
 #endif
+/*! \endcond */
 
-/*
- * What a process is after arbitration. It has the size of an int.
- */
+/*!
+    What a process is after arbitration. It has the size of an int.
+*/
 typedef enum SingleInstanceState {
-    SingleInstanceStateInactive = 0, /* start was never called, or stop was called since */
-    SingleInstanceStateMaster = 1, /* this process is the master and its server runs */
-    SingleInstanceStateSecondary = 2, /* the arguments were handed to a running master */
-    SingleInstanceStateFailed = 3 /* the arguments are too long to hand over, or no master could be
-                                     reached and none started, or this process was the master and
-                                     its server no longer runs */
+    /*! Start was never called, or stop was called since. */
+    SingleInstanceStateInactive = 0,
+    /*! This process is the master and its server runs. */
+    SingleInstanceStateMaster = 1,
+    /*! The arguments were handed to a running master. */
+    SingleInstanceStateSecondary = 2,
+    /*! The arguments are too long to hand over, or no master could be reached and none started, or
+        this process was the master and its server no longer runs. */
+    SingleInstanceStateFailed = 3
 } SingleInstanceState;
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/*
- * Decides what this process is and returns it; getSingleInstanceState() then says the same.
- *
- * Thread:   the host's main thread. Must not overlap with any other call of these three functions
- *           or of the static members below.
- * Blocks:   milliseconds when a master answers, or when there is none. At worst two and a half
- *           minutes: each of two attempts to hand over gives up connecting after 30 s by IPv6 and
- *           30 s by IPv4, the one that connects takes 30 s at most to write, and the desktop is
- *           given 2 s. Runs no event loop.
- * Result:   see SingleInstanceState. Secondary means that the arguments were delivered to the
- *           operating system of a process that accepted the connection; nothing is acknowledged.
- * Failures: arguments that take more than 65,535 bytes packed (4 bytes, and for every argument 4
- *           bytes and 2 for each UTF-16 code unit) give Failed. So does, where no master is found,
- *           a settings store that cannot be written. Every outcome is also a line in the host's
- * log. Called again: in a master, returns Master (or Failed if its server ended) and does nothing
- * else. In any other process, runs the whole arbitration again.
- */
+/*!
+    Decides what this process is and returns it; getSingleInstanceState() then says the same.
+
+    - Thread: the host's main thread. Must not overlap with any other call of these three functions
+      or of the static members of the class.
+    - Blocks: milliseconds when a master answers, or when there is none. At worst two and a half
+      minutes: each of two attempts to hand over gives up connecting after 30 s by IPv6 and 30 s by
+      IPv4, the one that connects takes 30 s at most to write, and the desktop is given 2 s. Runs no
+      event loop.
+    - Result: see #SingleInstanceState. Secondary means that the arguments were delivered to the
+      operating system of a process that accepted the connection; nothing is acknowledged.
+    - Failures: arguments that take more than 65,535 bytes packed (4 bytes, and for every argument 4
+      bytes and 2 for each UTF-16 code unit) give Failed. So does, where no master is found, a
+      settings store that cannot be written. Every outcome is also a line in the host's log.
+    - Called again: in a master, returns Master (or Failed if its server ended) and does nothing
+      else. In any other process, runs the whole arbitration again.
+*/
 SINGLEINSTANCE_EXPORT SingleInstanceState startSingleInstance(void);
 
-/*
- * Ends this process's part: stops the master's server, if this process is the master, and destroys
- * the controller together with all argument lists not yet taken. May be called in any state, any
- * number of times, also after the application object announced that it is about to quit.
- *
- * Thread:   that of startSingleInstance().
- * Blocks:   until the server thread has ended, normally a millisecond. A slot that is connected
- *           directly to messageReceived() and does not return holds it up. After 10 s the thread is
- *           terminated, which takes effect at the slot's next system call that can be cancelled; a
- *           slot that makes none is waited for.
- * Result:   always SingleInstanceStateInactive.
- */
+/*!
+    Ends this process's part: stops the master's server, if this process is the master, and destroys
+    the controller together with all argument lists not yet taken. May be called in any state, any
+    number of times, also after the application object announced that it is about to quit.
+
+    - Thread: that of startSingleInstance().
+    - Blocks: until the server thread has ended, normally a millisecond. A slot that is connected
+      directly to messageReceived() and does not return holds it up. After 10 s the thread is
+      terminated, which takes effect at the slot's next system call that can be cancelled; a slot
+      that makes none is waited for.
+    - Result: always SingleInstanceStateInactive.
+*/
 SINGLEINSTANCE_EXPORT SingleInstanceState stopSingleInstance(void);
 
-/*
- * Returns what the last start or stop returned, and SingleInstanceStateInactive before the first.
- *
- * Thread:   that of startSingleInstance(). Never blocks, never fails.
- */
+/*!
+    Returns what the last start or stop returned, and SingleInstanceStateInactive before the first.
+
+    - Thread: that of startSingleInstance(). Never blocks, never fails.
+*/
 SINGLEINSTANCE_EXPORT SingleInstanceState getSingleInstanceState(void);
 
 #ifdef __cplusplus
@@ -101,6 +108,7 @@ SINGLEINSTANCE_EXPORT SingleInstanceState getSingleInstanceState(void);
 class QByteArray;
 class QThread;
 
+/*! The library. */
 namespace SingleInstance {
 
 /*!

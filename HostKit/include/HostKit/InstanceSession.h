@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 
+/*! A host for applications that have none, and what goes in front of the library. */
 namespace HostKit {
 
 class FileLock;
@@ -78,12 +79,13 @@ Q_SIGNALS:
         order in which they arrived, and once for each.
 
         Lists wait until somebody is connected; when the application ends without, they are lost. A
-        slot may run an event loop of its own, such as a
-        modal dialog's: further lists are then received from there.
+        slot may run an event loop of its own, such as a modal dialog's: further lists are then
+        received from there.
     */
     void argumentsReceived(const QStringList& arguments);
 
 protected:
+    /*! Has lists that came before received now. */
     void connectNotify(const QMetaMethod& signal) override;
 
 private:

@@ -25,12 +25,15 @@ public:
     /*! Returns the entry called \a name, or two null pointers. The library passes false. */
     Entry find(const QString& name, bool flag) const;
 
-    /*! Stores \a entry as \a name; returns whether it did. Owns nothing. The library passes true.
-     */
+    /*!
+        Stores \a entry as \a name; returns whether it did. Owns nothing. The library passes true.
+    */
     bool add(const Entry& entry, const QString& name, bool flag);
 
-    /*! Removes the entry called \a name and returns it, or two null pointers. The library passes
-        false. */
+    /*!
+        Removes the entry called \a name and returns it, or two null pointers. The library passes
+        false.
+    */
     Entry take(const QString& name, bool flag);
 };
 

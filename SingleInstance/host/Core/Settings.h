@@ -3,6 +3,7 @@
 #include <QtCore/QString>
 #include <QtCore/QVariant>
 
+/*! The host's core library: registry, settings, invoker. */
 namespace Core {
 
 /*!

@@ -1,5 +1,6 @@
 #pragma once
 
+/*! The host's logger. */
 namespace Logger {
 
 /*!

@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 
+/*! The host's log: its threshold and its sink. */
 namespace torvane {
 
 /*! The level of a log line. The library writes Debug, Info, Warning and Fatal. */
