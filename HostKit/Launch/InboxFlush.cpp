@@ -1,9 +1,9 @@
 #include "InboxFlush.h"
 
-#include <Core/Settings.h>
+#include "MasterSlot.h"
+
 #include <SingleInstanceController.h>
 
-#include <QtCore/QCoreApplication>
 #include <QtCore/QDataStream>
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QSemaphore>
@@ -37,6 +37,7 @@ const QString& markName()
     return name;
 }
 
+/* As the library packs it, whose own way to do so is its secret. */
 QByteArray messageOf(const QStringList& list)
 {
     QByteArray body;
@@ -45,19 +46,6 @@ QByteArray messageOf(const QStringList& list)
     QByteArray prefix(sizeof(quint16), '\0');
     qToLittleEndian(static_cast<quint16>(body.size()), prefix.data());
     return prefix + body;
-}
-
-/* The port in the settings, as long as it was this process that recorded it. */
-quint16 ownPort()
-{
-    const auto setting = [](const char* key) {
-        return Core::Settings::getInstance()
-            ->getValue(QStringLiteral("SingleInstance"), QLatin1String(key), QVariant())
-            .toUInt();
-    };
-    const bool isOurs =
-        setting("MasterPid") == static_cast<uint>(QCoreApplication::applicationPid());
-    return isOurs ? static_cast<quint16>(setting("MasterPort")) : quint16(0);
 }
 
 bool sendMark(quint16 port, const QDeadlineTimer& deadline)

@@ -5,9 +5,9 @@
 #include "ApplicationFolder.h"
 #include "FileLock.h"
 #include "InboxFlush.h"
+#include "MasterSlot.h"
 
 #include <Core/ObjectsPool.h>
-#include <Core/Settings.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QMetaMethod>
@@ -47,22 +47,12 @@ SingleInstanceController* findController()
         Core::ObjectsPool::getInstance().find(name, false).second);
 }
 
-/* Returns whether the settings name no port now. */
-bool clearPort()
-{
-    const QString group = QStringLiteral("SingleInstance");
-    const QString key = QStringLiteral("MasterPort");
-    Core::Settings* const settings = Core::Settings::getInstance();
-    settings->setValue(group, key, QVariant(0u), true);
-    return settings->getValue(group, key, QVariant(0)).toUInt() == 0;
-}
-
 } // namespace
 
 InstanceSession::InstanceSession(QObject* parent)
     : QObject(parent)
-    , life(std::make_unique<FileLock>())
-    , launches(std::make_unique<LaunchLock>())
+    , masterLock(std::make_unique<FileLock>())
+    , launchLock(std::make_unique<LaunchLock>())
 {
     start();
     connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
@@ -78,22 +68,22 @@ InstanceSession::~InstanceSession()
 void InstanceSession::start()
 {
     bool isSafe = true;
-    if (launches->isTaken()) {
-        *life = FileLock::take(masterLockPath(), std::chrono::milliseconds(0));
-        isSafe = !life->isTaken() || clearPort();
+    if (launchLock->isTaken()) {
+        *masterLock = FileLock::take(masterLockPath(), std::chrono::milliseconds(0));
+        isSafe = !masterLock->isTaken() || clearPort();
     }
     decided = isSafe ? startSingleInstance() : SingleInstanceStateFailed;
     SingleInstanceController* const controller = findController();
     if (controller) {
         // The last holder may be about to go, or hang: have the lock as soon as it is free.
-        if (!life->isTaken())
-            *life = FileLock::request(masterLockPath());
+        if (!masterLock->isTaken())
+            *masterLock = FileLock::request(masterLockPath());
         connect(controller, &SingleInstanceController::messageReceived, this,
                 &InstanceSession::receive); // earlier ones are fetched when somebody connects
     } else {
-        *life = FileLock();
+        *masterLock = FileLock();
     }
-    launches.reset();
+    launchLock.reset();
 }
 
 void InstanceSession::connectNotify(const QMetaMethod& signal)
@@ -136,7 +126,7 @@ void InstanceSession::close()
     SingleInstanceController* const controller = findController();
     if (!controller)
         return;
-    launches = std::make_unique<LaunchLock>();
+    launchLock = std::make_unique<LaunchLock>();
     flushInbox(*controller);
     stop();
 }
@@ -145,7 +135,7 @@ void InstanceSession::stop()
 {
     collect();
     stopSingleInstance();
-    *life = FileLock();
+    *masterLock = FileLock();
 }
 
 int InstanceSession::run(const std::function<int()>& exec)
@@ -156,7 +146,7 @@ int InstanceSession::run(const std::function<int()>& exec)
     while (getsOn && hasListsToReceive()) {
         // Still under the launch lock, so that nobody has become master meanwhile. Without it
         // somebody may have, and would get the arguments of this process a second time.
-        if (launches && launches->isTaken())
+        if (launchLock && launchLock->isTaken())
             start();
         const quint64 before = emissions;
         QMetaObject::invokeMethod(this, &InstanceSession::receive, Qt::QueuedConnection);
@@ -164,7 +154,7 @@ int InstanceSession::run(const std::function<int()>& exec)
         getsOn = emissions > before;
         close();
     }
-    launches.reset();
+    launchLock.reset();
     return result;
 }
 

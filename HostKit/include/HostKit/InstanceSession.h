@@ -97,8 +97,8 @@ private:
     void stop();
 
     SingleInstanceState decided = SingleInstanceStateInactive;
-    std::unique_ptr<FileLock> life; // held for as long as this process is the master
-    std::unique_ptr<LaunchLock> launches; // held while the master ends
+    std::unique_ptr<FileLock> masterLock; // held for as long as this process is the master
+    std::unique_ptr<LaunchLock> launchLock; // held while the master ends
     QList<QStringList> pending; // taken from the inbox, not yet received
     quint64 emissions = 0;
 };
