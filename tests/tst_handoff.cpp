@@ -32,7 +32,7 @@ private slots:
         QVERIFY(page.open(QIODevice::ReadOnly));
         const QString text = QString::fromUtf8(page.readAll());
         const QString sent = text.section("## Messages that are ", 1, 1);
-        const QRegularExpression row("^\\| `([0-9A-F ]+)` \\| `?([^|`]+)`? \\|",
+        const QRegularExpression row(R"(^\| `([0-9A-F ]+)` \| `?([^|`]+)`? \|)",
                                      QRegularExpression::MultilineOption);
         for (auto rows = row.globalMatch(text); rows.hasNext();) {
             const auto match = rows.next();
@@ -48,7 +48,7 @@ private slots:
         QFETCH(QString, outcome);
         QFETCH(bool, isSent);
         QStringList list;
-        for (const QJsonValue& text : QJsonDocument::fromJson(outcome.toUtf8()).array())
+        for (const auto& text : QJsonDocument::fromJson(outcome.toUtf8()).array())
             list.append(text.toString());
         QVERIFY(!isSent || prefixed(packArguments(list)) == message);
         const bool isList = outcome.startsWith('[');

@@ -58,7 +58,7 @@ namespace Core {
 void Invokator::invokeInCurrentThread(std::function<void()> function, QObject* context)
 {
     if (state()->holdsInvoked)
-        state()->invoked.append(std::move(function));
+        state()->invoked.append(function);
     else
         QMetaObject::invokeMethod(context, std::move(function), Qt::QueuedConnection);
 }
