@@ -256,7 +256,7 @@ private slots:
         connect(registered(), &SingleInstanceController::messageReceived,
                 [] { QThread::currentThread()->quit(); });
         const QStringList duplicate = {"3 other instance of the controller found while starting."};
-        ScriptedHost::state()->threshold = torvane::LogLevel::Warning; // filters "starting."
+        torvane::SetLoggerLevel(torvane::LogLevel::Warning); // filters "starting."
         for (const auto state : {SingleInstanceStateMaster, SingleInstanceStateFailed}) {
             ScriptedHost::takeLog();
             QCOMPARE(startSingleInstance(), state);

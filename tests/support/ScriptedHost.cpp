@@ -1,21 +1,7 @@
 #include "ScriptedHost.h"
 
 #include <Core/Invokator.h>
-#include <Core/ObjectsPool.h>
 #include <Core/Settings.h>
-#include <Logger/Logger.h>
-
-namespace {
-
-void record(torvane::LogLevel level, const std::wstring& text)
-{
-    static const QString prefix = QStringLiteral("SingleInstanceController: ");
-    const QString line = QString::fromStdWString(text);
-    ScriptedHost::state()->log += QString::number(static_cast<int>(level)) + QLatin1Char(' ')
-        + (line.startsWith(prefix) ? line.mid(prefix.size()) : QStringLiteral("NO PREFIX ") + line);
-}
-
-} // namespace
 
 namespace ScriptedHost {
 
@@ -28,8 +14,15 @@ Access state()
 
 void reset()
 {
+    static const QString prefix = QStringLiteral("SingleInstanceController: ");
     *state().state = {};
-    state()->sink = record;
+    torvane::SetLoggerLevel(torvane::LogLevel::Trace);
+    torvane::SetLoggerDelegate([](torvane::LogLevel level, const std::wstring& text) {
+        QString line = QString::fromStdWString(text);
+        line =
+            line.startsWith(prefix) ? line.mid(prefix.size()) : QLatin1String("NO PREFIX ") + line;
+        state()->log += QString::number(static_cast<int>(level)) + QLatin1Char(' ') + line;
+    });
 }
 
 QStringList takeLog()
@@ -39,21 +32,9 @@ QStringList takeLog()
 
 } // namespace ScriptedHost
 
-using ScriptedHost::state;
-
-torvane::LogLevel torvane::GetLoggerLevel()
-{
-    return state()->threshold;
-}
-
-const std::function<void(torvane::LogLevel, const std::wstring&)>& torvane::GetLoggerDelegate()
-{
-    return state()->sink;
-}
-
-void Logger::setQtDebugCatchingOn(bool /*on*/) { }
-
 namespace Core {
+
+using ScriptedHost::state;
 
 void Invokator::invokeInCurrentThread(std::function<void()> function, QObject* context)
 {
@@ -85,32 +66,6 @@ void Settings::setValue(const QString& group, const QString& key, const QVariant
     if (group != QLatin1String("SingleInstance") || value.userType() != QMetaType::UInt || !flag)
         qFatal("write of another group, type or flag");
     state()->settings[key] = value;
-}
-
-ObjectsPool& ObjectsPool::getInstance()
-{
-    static ObjectsPool pool;
-    return pool;
-}
-
-ObjectsPool::Entry ObjectsPool::find(const QString& name, bool flag) const
-{
-    QObject* const object = flag ? nullptr : state()->registry.value(name).data();
-    return {object, object};
-}
-
-bool ObjectsPool::add(const Entry& entry, const QString& name, bool flag)
-{
-    if (flag && entry.first == entry.second)
-        state()->registry[name] = entry.second;
-    return false; // nobody looks at it
-}
-
-ObjectsPool::Entry ObjectsPool::take(const QString& name, bool flag)
-{
-    const Entry entry = find(name, flag);
-    state()->registry.remove(name);
-    return entry;
 }
 
 } // namespace Core
