@@ -8,6 +8,7 @@
 #include "ScriptedHost.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QPointer>
 
 #include <algorithm>
 #include <array>
