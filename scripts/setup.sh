@@ -55,14 +55,18 @@ started=
 end_started() {
     for process in $started; do
         kill "$process" 2>/dev/null || true
+        kill -CONT "$process" 2>/dev/null || true
     done
 }
 
 # start_private_display FOLDER : a server and a window manager, for DISPLAY, until the script ends.
+# Its process is in DISPLAY_SERVER.
 start_private_display() {
     trap end_started EXIT
     Xvfb -displayfd 3 -screen 0 1024x640x24 -nolisten tcp -noreset 3>"$1/display" 2>/dev/null &
-    started="$! $started"
+    DISPLAY_SERVER=$!
+    export DISPLAY_SERVER
+    started="$DISPLAY_SERVER $started"
     until_true grep -q '^[0-9][0-9]*$' "$1/display"
     DISPLAY=:$(cat "$1/display")
     export DISPLAY
