@@ -50,7 +50,7 @@ has_display=${DISPLAY:-}
 "$binaries/viewer" "$demo/documents/first.txt" 2>"$demo/master.log" &
 master=$!
 [ -n "$has_display" ] || started="$master $started"
-until_true opened first.txt
+until_true opened first.txt || { cat "$demo/master.log" >&2; exit 1; }
 echo "first launch: the window is open"
 echo "second launch, from another folder, with a relative path:"
 (cd "$demo/elsewhere" && second_launch second.txt)

@@ -73,7 +73,12 @@ start_private_display() {
     unset WAYLAND_DISPLAY XAUTHORITY
     env -u XDG_CONFIG_HOME HOME="$1" openbox >/dev/null 2>&1 &
     started="$! $started"
-    until_true xprop -root _NET_SUPPORTING_WM_CHECK >/dev/null
+    until_true has_window_manager
+}
+
+# xprop alone calls it a success to find nothing.
+has_window_manager() {
+    xprop -root _NET_SUPPORTING_WM_CHECK | grep -q 'window id'
 }
 
 # shellcheck disable=SC2034 # for the scripts that source this

@@ -185,7 +185,8 @@ private slots:
         const QVariantList taken = {0, 7, 7};
         const QVariantList overwritten = {0, 0, 7, 7};
         const QStringList file = {"a.txt", "b"};
-        const QStringList most = QString(16381, ' ').split(' '); // 16,382 empty ones
+        QStringList most = QString(16381, ' ').split(' '); // 16,382 empty ones
+        most.last() = "x"; // and 65,534 bytes
         const QStringList lostTwice =
             sendingNowhere + losing + tryAgain + sendingNowhere + oneMoreTime;
         QTest::newRow("handed over") << file << true << stored << secondary << handingOver(file);
@@ -202,7 +203,7 @@ private slots:
         QTest::newRow("neither") << file << false << nobody + taken + nobody + overwritten << failed
                                  << lostTwice + losing + giveUp;
         QTest::newRow("too many by one")
-            << most + QStringList("") << true << stored << failed << tooLong;
+            << QString(16382, ' ').split(' ') << true << stored << failed << tooLong;
     }
 
     void arbitrates()

@@ -153,8 +153,9 @@ private slots:
         QVERIFY(!master->waitForLine(".* not opened: “/dev” is a folder\\.").isEmpty());
         QVERIFY(!master->waitForLine(".* not opened: “.*/binary” is not a text file\\.").isEmpty());
         QVERIFY(!master->waitForLine(".* not opened: There is no file “/none”\\.").isEmpty());
-        const auto second = view({odd, "/dev/zero", "/proc/self/mem"});
+        const auto second = view({odd, "/dev/zero", "/proc/self/mem", "\x1b[7m"});
         QVERIFY(!second->waitForLine("viewer: handed over to the window that is open").isEmpty());
+        QVERIFY(!master->waitForLine(".*message received: .*\\\\x1b\\[7m").isEmpty());
         QVERIFY(!master->waitForLine(".* opened .*/" + QRegularExpression::escape(odd)).isEmpty());
         QVERIFY(!master->waitForLine(".* not opened: “/dev/zero” is not a regular.*").isEmpty());
         QVERIFY(!master->waitForLine(".* not opened: “/proc/self/mem” cannot be read.*").isEmpty());
@@ -211,7 +212,7 @@ private slots:
         QCOMPARE(launch({"a", "b c"})->waitForEnd(), QStringList("state 2"));
         QCOMPARE(master->waitForLine("list .*"), "list a|b c");
         master->write("quit\n");
-        QCOMPARE(master->waitForEnd().size(), 2);
+        QCOMPARE(master->waitForEnd().size(), 3);
         QVERIFY(launchMaster());
     }
 
@@ -249,6 +250,21 @@ private slots:
         }
         qInfo("3 launches while the master quits: %d rounds, %s", count, tally.text().constData());
         QVERIFY(tally.isClean());
+    }
+
+    /* Which holds the launch lock, and hands over only now. */
+    void quitsBehindALaunchThatIsHalfWay()
+    {
+        const auto master = launchMaster();
+        QVERIFY(master);
+        QCoreApplication::setOrganizationName({});
+        QCoreApplication::setApplicationName("launcher");
+        auto lock = std::make_unique<HostKit::LaunchLock>();
+        master->write("quit\n");
+        QVERIFY(!master->waitForLine("quitting").isEmpty());
+        QCOMPARE(Process(LAUNCHER, {"bare", "a"}).waitForEnd(), QStringList("state 2"));
+        lock.reset();
+        QCOMPARE(master->waitForLine("list .*"), "list a");
     }
 
     void startsAfterAKill()

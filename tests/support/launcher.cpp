@@ -4,9 +4,9 @@
  *   launcher session|bare [argument...]
  *
  * It answers in whole lines on standard output: "state N", then as the master "list A|B" for each
- * list that it receives. It obeys the lines on its standard input: "quit", and "block", which keeps
- * its main thread busy for ten seconds. It ends when the input ends, and after a minute at the
- * latest.
+ * list that it receives. It obeys the lines on its standard input: "quit", which it answers by
+ * "quitting", and "block", which it answers by "blocking" and ten seconds of a busy main thread. It
+ * ends when the input ends, and after a minute at the latest.
  */
 
 #include <Core/ObjectsPool.h>
@@ -48,6 +48,7 @@ void obey()
         QThread::sleep(10);
         return;
     }
+    say(QStringLiteral("quitting"));
     isQuitting = true;
     QCoreApplication::quit();
 }
