@@ -13,8 +13,17 @@ fi
 
 build package
 rm -rf build/packages
-quietly cpack --config build/package/CPackConfig.cmake -B build/packages
-ls build/packages/*.deb
+(
+    umask 077 # which must not show in what is installed for all
+    quietly cpack --config build/package/CPackConfig.cmake -B build/packages
+)
+for package in build/packages/*.deb; do
+    echo "$package"
+    if dpkg-deb --contents "$package" | grep -v '^[d-]rwxr-xr-x\|^-rw-r--r--\|^lrwxrwxrwx'; then
+        echo "not open to all" >&2
+        exit 1
+    fi
+done
 quietly as_root apt-get install -qy --no-install-recommends ./build/packages/*.deb
 remove_packages() {
     quietly as_root dpkg --purge libsingleinstance-dev libsingleinstance1
