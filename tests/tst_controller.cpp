@@ -123,6 +123,9 @@ QStringList logWithIPv6()
 
 const QStringList sendingNowhere = {"2 sending message to the master.",
                                     "2 sending message impossible, target port was not defined."};
+const QStringList sendingToNobody = {"2 sending message to the master.",
+                                     "1 failed to connect to the master by IPv4, error: 0",
+                                     "2 sending message failed, no connection with the master."};
 const QStringList starting = {"2 starting the master.",
                               "2 the server has started listening on IPv6."};
 const QStringList serving = starting + QStringList{"2 the master is started.", "2 started."};
@@ -198,6 +201,11 @@ private slots:
             << file << true << nobody + taken << secondary
             << sendingNowhere + losing + tryAgain + handingOver(file);
         QTest::newRow("master") << file << false << stored << master << sendingNowhere + serving;
+        QTest::newRow("master, as nobody listens") << file << false << QVariantList{0x10001}
+                                                   << master << sendingToNobody + serving; // port 1
+        for (const QVariant& noPort : {QVariant(0x10000), QVariant("x")})
+            QTest::addRow("master, as %s is no port", noPort.toByteArray().constData())
+                << file << false << QVariantList{noPort} << master << sendingNowhere + serving;
         QTest::newRow("master at the second attempt")
             << file << false << nobody + overwritten + nobody << master << lostTwice + serving;
         QTest::newRow("neither") << file << false << nobody + taken + nobody + overwritten << failed

@@ -1,5 +1,4 @@
 #include "MessageFormat.h"
-#include "MessageSender.h"
 #include "Receiver.h"
 #include "ScriptedHost.h"
 
@@ -8,7 +7,7 @@
 
 using namespace SingleInstance;
 
-/* The bytes between two processes, seen from both ends. */
+/* What a connection brings. */
 class HandoffTest : public QObject {
     Q_OBJECT
 
@@ -96,47 +95,6 @@ private slots:
         QCOMPARE(ScriptedHost::takeLog(),
                  (QStringList{"3 cannot read invalid message, received data size is 0.",
                               "1 reading message of 18 byte(s)."}));
-    }
-
-    void sends_data()
-    {
-        QTest::addColumn<QVariant>("port"); // that of the listener if invalid
-        QTest::addColumn<int>("size");
-        QTest::addColumn<QStringList>("log");
-
-        const QStringList sent = {"2 connected to the master by IPv4.",
-                                  "2 sending message completed."};
-        const QStringList nowhere = {"2 sending message impossible, target port was not defined."};
-        const QStringList refused = {"1 failed to connect to the master by IPv4, error: 0",
-                                     "2 sending message failed, no connection with the master."};
-        for (const int size : {1, 300, 65535})
-            QTest::addRow("%d bytes", size) << QVariant() << size << sent;
-        QTest::newRow("to no port") << QVariant(0x10000) << 1 << nowhere;
-        QTest::newRow("to no number") << QVariant("x") << 1 << nowhere;
-        QTest::newRow("to nobody") << QVariant(1) << 1 << refused;
-    }
-
-    void sends()
-    {
-        QFETCH(QVariant, port);
-        QFETCH(int, size);
-        ScriptedHost::state()->settings["MasterPort"] =
-            port.isValid() ? port : QVariant(server.serverPort());
-        const QByteArray body(size, 'x');
-        const bool isSent = sendToMaster(body);
-
-        QStringList log = ScriptedHost::takeLog();
-        QCOMPARE(log.takeFirst(), "2 sending message to the master.");
-        if (log.size() > 1) // the code depends on whether there is IPv6 at all
-            QVERIFY(log.takeFirst().startsWith("1 failed to connect to the master by IPv6, error"));
-        QTEST(log, "log");
-        QCOMPARE(isSent, !port.isValid());
-        if (!isSent)
-            return;
-        QVERIFY(server.waitForNewConnection(5000));
-        const std::unique_ptr<QTcpSocket> end(server.nextPendingConnection());
-        while (end->waitForReadyRead(5000)) { }
-        QCOMPARE(end->readAll(), QByteArray(1, char(size & 0xFF)) + char(size >> 8) + body);
     }
 
 private:
