@@ -29,11 +29,6 @@ int entries(const QString& folder)
     return int(QDir("/proc/self/" + folder).entryList(all).size());
 }
 
-double processorSeconds()
-{
-    return double(std::clock()) / CLOCKS_PER_SEC;
-}
-
 size_t usedMemory()
 {
     return ::mallinfo2().uordblks;
@@ -46,15 +41,6 @@ void limitDescriptors(int count)
     ::getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = std::min(rlim_t(count), limit.rlim_max);
     ::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-/* Those that the host uses for something else: all that there are. */
-std::vector<int> useAllDescriptors()
-{
-    std::vector<int> used;
-    for (int file = ::dup(0); file >= 0; file = ::dup(0))
-        used.push_back(file);
-    return used;
 }
 
 using Clients = std::vector<std::unique_ptr<QTcpSocket>>;
@@ -130,7 +116,9 @@ private slots:
         Clients clients = connectClients(idle, {});
         QTRY_VERIFY(idle == 0 || entries("fd") > 70); // as many as it takes
         ScriptedHost::takeLog();
-        std::vector<int> used = useAllDescriptors();
+        std::vector<int> used; // by the host, for something else: all that there are
+        for (int file = ::dup(0); file >= 0; file = ::dup(0))
+            used.push_back(file);
         QVERIFY(used.size() > 16); // left to the host
 
         ::close(used.back());
@@ -218,10 +206,10 @@ private:
 
     bool receivesNothingAndRests(int milliseconds)
     {
-        const double before = processorSeconds();
+        const std::clock_t before = std::clock();
         const auto receives = [this] { return !controller->peekMessages().isEmpty(); };
         return !QTest::qWaitFor(receives, milliseconds)
-            && processorSeconds() - before < milliseconds / 2000.;
+            && std::clock() - before < milliseconds * (CLOCKS_PER_SEC / 2000);
     }
 
     SingleInstanceController* controller = nullptr;
