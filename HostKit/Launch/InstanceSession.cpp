@@ -114,9 +114,10 @@ void InstanceSession::collect()
     SingleInstanceController* const controller = findController();
     if (!controller)
         return;
+    static const QStringList noArguments(QStringLiteral(" ")); // as they are sent
     for (const QStringList& list : controller->takeMessages()) {
         if (!isFlushMark(list))
-            pending.append(list);
+            pending.append(list == noArguments ? QStringList() : list);
     }
 }
 

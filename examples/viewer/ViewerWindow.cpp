@@ -54,7 +54,7 @@ void ViewerWindow::open(const QStringList& arguments)
     for (const QString& argument : arguments) {
         if (QDir::isAbsolutePath(argument))
             openFile(QDir::cleanPath(argument));
-        else if (argument != QLatin1String("--") && !argument.trimmed().isEmpty())
+        else if (argument != QLatin1String("--") && !argument.isEmpty())
             tell(tr("“%1” is no file that can be found from here.").arg(argument));
     }
 }

@@ -57,7 +57,8 @@ public:
 
     /*!
         Returns what startSingleInstance() returned; or Failed, if it was not called because the
-        settings name the port of a crashed master and cannot be written.
+        settings name the port of a crashed master and cannot be written. It stays what it was
+        when the application ends.
     */
     SingleInstanceState state() const { return decided; }
 
@@ -76,7 +77,9 @@ public:
 Q_SIGNALS:
     /*!
         Emitted in the application's thread for each list that another launch handed over, in the
-        order in which they arrived, and once for each.
+        order in which they arrived, and once for each. A list holds the arguments of that launch
+        without the program path, and is empty if there were none (or a single space alone, which
+        stands for none on the way).
 
         Lists wait until somebody is connected; when the application ends without, they are lost. A
         slot may run an event loop of its own, such as a modal dialog's: further lists are then
@@ -85,7 +88,7 @@ Q_SIGNALS:
     void argumentsReceived(const QStringList& arguments);
 
 protected:
-    /*! Has lists that came before received now. */
+    /*! Has lists that came before received by the event loop. */
     void connectNotify(const QMetaMethod& signal) override;
 
 private:
