@@ -2,5 +2,6 @@
 
 int main(void)
 {
-    return (int)getSingleInstanceState();
+    SingleInstanceState (*const start)(void) = startSingleInstance; /* wants an application object */
+    return start && stopSingleInstance() == getSingleInstanceState() ? 0 : 1;
 }

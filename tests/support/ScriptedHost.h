@@ -9,6 +9,8 @@
 
 #include <mutex>
 
+#pragma GCC visibility push(default) // also in a library that hides its symbols
+
 /*!
     A host that a test sets up and looks into: its settings and its invoker take the place of
     HostKit's, whose registry and log it uses. It is called from the master's thread, too.
@@ -37,3 +39,5 @@ void reset();
 QStringList takeLog();
 
 } // namespace ScriptedHost
+
+#pragma GCC visibility pop

@@ -4,6 +4,8 @@
 
 class QObject;
 
+#pragma GCC visibility push(default) // the library finds no hidden definition
+
 namespace Core {
 
 /*! Runs functions in the thread of an object. */
@@ -17,3 +19,5 @@ public:
 };
 
 } // namespace Core
+
+#pragma GCC visibility pop

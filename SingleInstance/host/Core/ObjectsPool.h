@@ -6,6 +6,8 @@
 
 class QObject;
 
+#pragma GCC visibility push(default) // the library finds no hidden definition
+
 namespace Core {
 
 /*!
@@ -38,3 +40,5 @@ public:
 };
 
 } // namespace Core
+
+#pragma GCC visibility pop

@@ -3,6 +3,8 @@
 #include <QtCore/QString>
 #include <QtCore/QVariant>
 
+#pragma GCC visibility push(default) // the library finds no hidden definition
+
 /*! The host's core library: registry, settings, invoker. */
 namespace Core {
 
@@ -25,3 +27,5 @@ public:
 };
 
 } // namespace Core
+
+#pragma GCC visibility pop

@@ -1,5 +1,7 @@
 #pragma once
 
+#pragma GCC visibility push(default) // the library finds no hidden definition
+
 /*! The host's logger. */
 namespace Logger {
 
@@ -10,3 +12,5 @@ namespace Logger {
 void setQtDebugCatchingOn(bool on);
 
 } // namespace Logger
+
+#pragma GCC visibility pop

@@ -3,6 +3,8 @@
 #include <functional>
 #include <string>
 
+#pragma GCC visibility push(default) // the library finds no hidden definition
+
 /*! The host's log: its threshold and its sink. */
 namespace torvane {
 
@@ -27,3 +29,5 @@ LogLevel GetLoggerLevel();
 const std::function<void(LogLevel, const std::wstring&)>& GetLoggerDelegate();
 
 } // namespace torvane
+
+#pragma GCC visibility pop
