@@ -26,10 +26,10 @@ for package in build/packages/*.deb; do
 done
 quietly as_root apt-get install -qy --no-install-recommends ./build/packages/*.deb
 remove_packages() {
-    quietly as_root dpkg --purge libsingleinstance-dev libsingleinstance1
+    quietly as_root apt-get purge -qy libsingleinstance-dev libsingleinstance1
 }
 trap remove_packages EXIT
-dpkg -L libsingleinstance-dev libsingleinstance1 | grep -i singleinstance >build/packages/files
+dpkg -L libsingleinstance-dev libsingleinstance1 | grep -i 'singleinstance\|hostkit' >build/packages/files
 
 for from in package pkgconfig; do
     rm -rf "build/consumer-$from"
