@@ -2,6 +2,7 @@
 #include "Rounds.h"
 
 #include <Core/Settings.h>
+#include <HostKit/InstanceSession.h>
 #include <HostKit/LaunchLock.h>
 
 #include <QtNetwork/QTcpServer>
@@ -201,6 +202,23 @@ private slots:
         QVERIFY(launchMaster());
     }
 
+    /* Those of the README. */
+    void samplesHandOver()
+    {
+        const auto samples = {std::pair("session_sample", "Example/Documents"), // and its settings
+                              std::pair("bare_sample", "bare_sample")};
+        for (const auto& [name, folder] : samples) {
+            const QString sample = QString(SAMPLES "/%1").arg(name);
+            const QString port = home->filePath(folder) + "/SingleInstance/MasterPort";
+            Process master(sample);
+            QVERIFY(QTest::qWaitFor([port] { return QFile::exists(port); }, 20000));
+            Process second(sample, {"a.txt"});
+            QVERIFY(second.waitForFinished());
+            QCOMPARE(second.exitCode(), 0);
+            QVERIFY(!master.waitForFinished(0));
+        }
+    }
+
     /* The sample of the page on the protocol. */
     void anyProgramHandsOver()
     {
@@ -208,11 +226,15 @@ private slots:
         QVERIFY(page.open(QIODevice::ReadOnly));
         const QString sender =
             QString::fromUtf8(page.readAll()).section("```python", 1).section("```", 0, 0);
-        const auto master = launchMaster();
-        QVERIFY(master);
-        Process python("python3", {"-c", sender, home->filePath("launcher"), "mode", "a.txt", "😀"});
-        QCOMPARE(python.waitForEnd(), QStringList());
-        QCOMPARE(master->waitForLine("list .*"), "list a.txt|😀");
+        const HostKit::InstanceSession session;
+        QSignalSpy received(&session, &HostKit::InstanceSession::argumentsReceived);
+        for (const QStringList& list : {QStringList{"a.txt", "😀"}, QStringList()}) {
+            const QStringList script = {"-c", sender, home->filePath("maker/program")};
+            const QStringList sent = list.isEmpty() ? QStringList(" ") : list;
+            QCOMPARE(Process("python3", script + sent).waitForEnd(), QStringList());
+            QTRY_COMPARE(received.size(), 1);
+            QCOMPARE(received.takeFirst().first().toStringList(), list);
+        }
     }
 
     void quitsWithoutLosingAList()
