@@ -118,16 +118,18 @@ def processor():
     return f"{os.cpu_count()} × {names[0] if names else platform.machine()}"
 
 
-NOTES = """Every figure is a median. Ours and its floors take turns in one run, one hand-off at a time: send,
-wait until the list is in the inbox, go on. A floor is a bare `QTcpSocket` that makes the same calls to
-the same master, the system's `socket`, `connect`, `write` and `close`, a Qt program that only builds
-its application object and links Qt Network, or a bare thread that listens and does the same settings
-operations. The busy master computes without a pause while launches come; its floor is the idle one.
+NOTES = """Times of starts, hand-offs, launches and windows are medians, the last four rows and the
+memory are means. Ours and its floors take turns in one run, one hand-off at a time: send, wait until
+the list is in the inbox, go on. A floor is a bare `QTcpSocket` that makes the same calls to the same
+master, the system's `socket`, `connect`, `write` and `close`, a Qt program that only builds its
+application object and links Qt Network, or a bare thread that listens and does the same settings
+operations. The busy master computes without a pause while launches come; its floor is the idle one. A
+launch holds `HostKit::LaunchLock` around `startSingleInstance()`.
 
-Two goals are missed against the barest floor, both for what the row below each shows. A second launch
-loads eleven more libraries than a program that uses none: the five of the library and HostKit, and
-those of X11, which a program with windows has loaded anyway. An idle connection pays for the two
-signals that have to be connected for anything to be received from it.
+Where a goal is missed against the barest floor, the row below shows what for. A second launch loads
+eleven more libraries than a program that uses none: the five of the library and HostKit, and those of
+X11, which a program with windows has loaded anyway. An idle connection pays for the two signals that
+have to be connected for anything to be received from it.
 """
 
 

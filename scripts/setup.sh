@@ -16,12 +16,8 @@ require_packages() {
     echo "Installing:$missing"
     # One call, so that sudo asks for a password no more than once.
     # shellcheck disable=SC2086
-    if ! as_root env DEBIAN_FRONTEND=noninteractive sh -c \
-        'apt-get update -q && apt-get install -qy --no-install-recommends "$@"' setup $missing \
-        >"${TMPDIR:-/tmp}/singleinstance-setup.log" 2>&1; then
-        tail -n 20 "${TMPDIR:-/tmp}/singleinstance-setup.log" >&2
-        return 1
-    fi
+    quietly as_root env DEBIAN_FRONTEND=noninteractive sh -c \
+        'apt-get update -q && apt-get install -qy --no-install-recommends "$@"' setup $missing
 }
 
 # quietly COMMAND... : shows what the command printed only if it fails.

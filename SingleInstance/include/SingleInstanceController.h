@@ -18,6 +18,10 @@
     - hold a lock between processes around startSingleInstance() if two first launches may overlap.
       The library itself locks nothing between processes: without the lock, two processes that start
       at the same moment can both become master, each on its own port.
+    HostKit has such a lock, LaunchLock, and InstanceSession, which sees to more than this.
+
+    A master calls stopSingleInstance() before main() returns, unless the application object has
+    announced the end by aboutToQuit(). Otherwise it ends as after a crash: its port stays recorded.
 
     What arrives was written by some local process. Treat it as untrusted input.
 
@@ -42,7 +46,8 @@
 typedef enum SingleInstanceState {
     /*! Start was never called, or stop was called since. */
     SingleInstanceStateInactive = 0,
-    /*! This process is the master and its server runs. */
+    /*! This process became the master. SingleInstanceController::isMasterProcess() tells whether
+        its server still runs. */
     SingleInstanceStateMaster = 1,
     /*! The arguments were handed to a running master. */
     SingleInstanceStateSecondary = 2,
@@ -68,7 +73,9 @@ extern "C" {
       operating system of a process that accepted the connection; nothing is acknowledged.
     - Failures: arguments that take more than 65,535 bytes packed (4 bytes, and for every argument 4
       bytes and 2 for each UTF-16 code unit) give Failed. So does, where no master is found, a
-      settings store that cannot be written. Every outcome is also a line in the host's log.
+      settings store that cannot be written, a machine without a loopback address to listen on, or
+      somebody else who takes the master's place in the very moment, twice, and cannot be reached.
+      Every outcome is also a line in the host's log.
     - Called again: in a master, returns Master (or Failed if its server ended) and does nothing
       else. In any other process, runs the whole arbitration again.
 */
@@ -115,7 +122,7 @@ namespace SingleInstance {
     The object through which a master receives argument lists.
 
     start() makes it and enters it in the host's object registry when this process becomes the
-    master; a secondary has none. The host finds it there and never owns it:
+    master; a secondary has none. The host finds it there (Core/ObjectsPool.h) and never owns it:
 
     \code
     using SingleInstance::SingleInstanceController;
@@ -194,8 +201,10 @@ Q_SIGNALS:
 
         It is emitted in the master's server thread. An automatic connection to an object of
         another thread queues the call to that thread, so a slot may find that an earlier one has
-        already taken the list. A direct connection runs the slot in the server thread, where it
-        holds up the reception of all further lists, and stop() with it.
+        already taken the list. A direct connection, which one to a functor without a receiver
+        object always is, runs the slot in the server thread, where it holds up the reception of all
+        further lists, and stop() with it. A blocking queued connection to the thread that calls
+        stop() keeps the two waiting for each other until stop() gives up.
     */
     void messageReceived();
 
