@@ -2,6 +2,6 @@
 
 int main(void)
 {
-    SingleInstanceState (*const start)(void) = startSingleInstance; /* wants an application object */
+    SingleInstanceState (*const start)(void) = startSingleInstance; /* wants an application */
     return start && stopSingleInstance() == getSingleInstanceState() ? 0 : 1;
 }
