@@ -7,7 +7,6 @@
 
 #include <QtNetwork/QTcpServer>
 
-#include <atomic>
 #include <future>
 #include <memory>
 #include <vector>
@@ -117,21 +116,16 @@ private slots:
 
     void showsNoPartOfAValue()
     {
-        const QString shorter(10, '1');
-        const QString longer(5000, '2');
-        setPort(shorter);
-        std::atomic<bool> done = false;
-        const auto writer = std::async(std::launch::async, [&] {
+        const QStringList values = {QString(10, '1'), QString(5000, '2')};
+        setPort(values.first());
+        const auto writer = std::async(std::launch::async, [&values] {
             for (int i = 0; i < 2000; ++i)
-                setPort(i % 2 == 0 ? longer : shorter);
-            done = true;
+                setPort(values[i % 2]);
         });
-        while (!done) {
-            const QString value = portSetting();
-            QVERIFY2(value == shorter || value == longer, qPrintable(value.left(20)));
-        }
-        QCOMPARE(QDir(home->filePath("maker/program/SingleInstance")).count(),
-                 3u); // nothing left over
+        while (writer.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
+            QVERIFY(values.contains(portSetting()));
+        const QDir folder(home->filePath("maker/program/SingleInstance"));
+        QCOMPARE(folder.entryList(QDir::Files | QDir::Hidden), QStringList("MasterPort"));
     }
 
     void viewerOpensWhatItCan()
@@ -191,19 +185,6 @@ private slots:
         qInfo("%d launches at once: %d rounds, %s, %lld ms a launch", launches, count,
               tally.text().constData(), milliseconds / (count * launches));
         QVERIFY(tally.isClean());
-    }
-
-    void bareLaunchesFindTheMaster()
-    {
-        qputenv("LAUNCH_MODE", "bare");
-        const auto restore = qScopeGuard([] { qunsetenv("LAUNCH_MODE"); });
-        const auto master = launchMaster({"own"});
-        QVERIFY(master);
-        QCOMPARE(launch({"a", "b c"})->waitForEnd(), QStringList("state 2"));
-        QCOMPARE(master->waitForLine("list .*"), "list a|b c");
-        master->write("quit\n");
-        QCOMPARE(master->waitForEnd().size(), 3);
-        QVERIFY(launchMaster());
     }
 
     /* Those of the README. */
