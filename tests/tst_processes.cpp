@@ -252,11 +252,18 @@ private slots:
         QCoreApplication::setOrganizationName({});
         QCoreApplication::setApplicationName("launcher");
         auto lock = std::make_unique<HostKit::LaunchLock>();
-        master->write("quit\n");
+        master->write("save\n");
         QVERIFY(!master->waitForLine("quitting").isEmpty());
         QCOMPARE(Process(LAUNCHER, {"bare", "a"}).waitForEnd(), QStringList("state 2"));
         lock.reset();
+        QVERIFY(!master->waitForLine("saving").isEmpty()); // and that holds up nobody
+        QCOMPARE(launch({"b"})->waitForEnd(), QStringList("state 2"));
+        QVERIFY(master->readAll().isEmpty());
         QCOMPARE(master->waitForLine("list .*"), "list a");
+        QCOMPARE(master->waitForLine("list .*"), "list b");
+        QVERIFY(!master->waitForLine("saving").isEmpty());
+        QVERIFY(launchMaster());
+        QCOMPARE(master->state(), QProcess::Running);
     }
 
     void startsAfterAKill()

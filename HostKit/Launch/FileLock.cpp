@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <condition_variable>
+#include <cstring>
 #include <functional>
 #include <mutex>
 #include <system_error>
@@ -67,8 +68,10 @@ struct FileLock::State {
     }
     ~State()
     {
-        if (file >= 0)
-            ::close(file);
+        if (file < 0)
+            return;
+        ::flock(file, LOCK_UN); // for a forked child has the same open file
+        ::close(file);
     }
     Q_DISABLE_COPY_MOVE(State)
 
@@ -101,7 +104,7 @@ bool FileLock::isTaken() const
     return state->locked;
 }
 
-/* Tries once, without waiting. */
+/* Tries once, without waiting. Whoever is held up by another holder alone may wait. */
 FileLock FileLock::attempt(const QString& path)
 {
     FileLock attempted;
@@ -109,6 +112,8 @@ FileLock FileLock::attempt(const QString& path)
     State& state = *attempted.state;
     state.locked = state.file >= 0 && lock(state.file, LOCK_EX | LOCK_NB);
     state.ended = state.file < 0 || state.locked || errno != EWOULDBLOCK;
+    if (state.ended && !state.locked)
+        qWarning("HostKit: cannot lock %s: %s", qPrintable(path), std::strerror(errno));
     return attempted;
 }
 

@@ -26,7 +26,8 @@ public:
 
     /*!
         Takes the lock on the file \a path, waiting up to \a patience for another holder. Returns
-        an object that says whether it did: a file that cannot be opened counts as not taken.
+        an object that says whether it did: a file that cannot be opened counts as not taken, and
+        is warned of.
     */
     static FileLock take(const QString& path, std::chrono::milliseconds patience);
 

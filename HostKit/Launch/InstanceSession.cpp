@@ -13,12 +13,15 @@
 #include <QtCore/QMetaMethod>
 #include <QtCore/QPointer>
 
+#include <utility>
+
 /*
  * Two locks, both in the application's folder, both freed by the kernel with their holder.
  *
  * launch.lock is held while anything is decided: by a launch from before it looks for a master
- * until it has handed over or become one, and by the master from the moment it quits until it has
- * given the port back. So nobody hands over to a master that is about to go.
+ * until it has handed over or become one, and by the master that quits until it has given the port
+ * back. So nobody hands over to a master that is about to go, and nobody waits for what else the
+ * application does at its end.
  *
  * master.lock is held by the master for its whole life. Whoever holds launch.lock and can take this
  * one knows that no master lives, and that a port in the settings was left by a crash. Anybody may
@@ -52,8 +55,10 @@ SingleInstanceController* findController()
 InstanceSession::InstanceSession(QObject* parent)
     : QObject(parent)
     , masterLock(std::make_unique<FileLock>())
-    , launchLock(std::make_unique<LaunchLock>())
 {
+    const LaunchLock launchLock;
+    if (launchLock.isTaken())
+        takeMasterLock();
     start();
     connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
             &InstanceSession::close);
@@ -64,26 +69,27 @@ InstanceSession::~InstanceSession()
     stop();
 }
 
-/* Decides with the launch lock held, if it was to be had, and releases it. */
+bool InstanceSession::takeMasterLock()
+{
+    *masterLock = FileLock::take(masterLockPath(), std::chrono::milliseconds(0));
+    return masterLock->isTaken();
+}
+
+/* Decides, and keeps the master's lock as the master alone. */
 void InstanceSession::start()
 {
-    bool isSafe = true;
-    if (launchLock->isTaken()) {
-        *masterLock = FileLock::take(masterLockPath(), std::chrono::milliseconds(0));
-        isSafe = !masterLock->isTaken() || clearPort();
-    }
+    const bool isSafe = !masterLock->isTaken() || clearPort();
     decided = isSafe ? startSingleInstance() : SingleInstanceStateFailed;
     SingleInstanceController* const controller = findController();
-    if (controller) {
-        // The last holder may be about to go, or hang: have the lock as soon as it is free.
-        if (!masterLock->isTaken())
-            *masterLock = FileLock::request(masterLockPath());
-        connect(controller, &SingleInstanceController::messageReceived, this,
-                &InstanceSession::receive); // earlier ones are fetched when somebody connects
-    } else {
+    if (!controller) {
         *masterLock = FileLock();
+        return;
     }
-    launchLock.reset();
+    // The last holder may be about to go, or hang: have the lock as soon as it is free.
+    if (!masterLock->isTaken())
+        *masterLock = FileLock::request(masterLockPath());
+    connect(controller, &SingleInstanceController::messageReceived, this,
+            &InstanceSession::receive); // earlier ones are fetched when somebody connects
 }
 
 void InstanceSession::connectNotify(const QMetaMethod& signal)
@@ -95,12 +101,11 @@ void InstanceSession::connectNotify(const QMetaMethod& signal)
 /* One list at a time, so that a call from a slot's own event loop goes on where this one is. */
 void InstanceSession::receive()
 {
+    hasTurned = true;
     collect();
     const QPointer<InstanceSession> session = this; // which a slot may delete
-    while (session && hasListsToReceive()) {
-        ++emissions;
+    while (session && hasListsToReceive())
         emit argumentsReceived(pending.takeFirst());
-    }
 }
 
 bool InstanceSession::hasListsToReceive() const
@@ -121,15 +126,23 @@ void InstanceSession::collect()
     }
 }
 
-/* The application is about to quit, and takes the controller with it. */
+/*
+ * The application is about to quit, and takes the controller with it. If there are lists to run it
+ * for once more, it is the master again before anybody else launches.
+ */
 void InstanceSession::close()
 {
+    const bool wasRunning = std::exchange(isRunning, false);
     SingleInstanceController* const controller = findController();
     if (!controller)
         return;
-    launchLock = std::make_unique<LaunchLock>();
+    const LaunchLock launchLock;
     flushInbox(*controller);
     stop();
+    // Without one of the locks somebody may have become the master meanwhile, and would get the
+    // arguments of this process a second time.
+    if (wasRunning && hasListsToReceive() && launchLock.isTaken() && takeMasterLock())
+        start();
 }
 
 void InstanceSession::stop()
@@ -141,21 +154,20 @@ void InstanceSession::stop()
 
 int InstanceSession::run(const std::function<int()>& exec)
 {
-    int result = exec();
-    close(); // a loop that is not the application's own tells nobody that it ends
-    bool getsOn = true; // a loop that returns without receiving anything would be run for ever
-    while (getsOn && hasListsToReceive()) {
-        // Still under the launch lock, so that nobody has become master meanwhile. Without it
-        // somebody may have, and would get the arguments of this process a second time.
-        if (launchLock && launchLock->isTaken())
-            start();
-        const quint64 before = emissions;
+    const QPointer<InstanceSession> session = this; // which a slot may delete
+    int result = 0;
+    do {
+        isRunning = true;
+        hasTurned = false;
         QMetaObject::invokeMethod(this, &InstanceSession::receive, Qt::QueuedConnection);
         result = exec();
-        getsOn = emissions > before;
-        close();
-    }
-    launchLock.reset();
+        if (!session)
+            return result;
+        if (isRunning) // a loop that is not the application's own tells nobody that it ends
+            close();
+        // A loop that returns without a turn receives nothing, and would be run for ever.
+    } while (hasTurned && (findController() || hasListsToReceive()));
+    close();
     return result;
 }
 

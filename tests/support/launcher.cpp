@@ -5,8 +5,9 @@
  *
  * It answers in whole lines on standard output: "state N", then as the master "list A|B" for each
  * list that it receives. It obeys the lines on its standard input: "quit", which it answers by
- * "quitting", and "block", which it answers by "blocking" and ten seconds of a busy main thread. It
- * ends when the input ends, and after a minute at the latest.
+ * "quitting"; "save", which is "quit" with "saving" and three seconds of work at the end; "block",
+ * which it answers by "blocking" and ten seconds of a busy main thread. It ends when the input
+ * ends, and after a minute at the latest.
  */
 
 #include <Core/ObjectsPool.h>
@@ -40,6 +41,12 @@ void show(const QStringList& arguments)
         QCoreApplication::quit(); // has no window to stay open for
 }
 
+void save()
+{
+    say(QStringLiteral("saving"));
+    QThread::sleep(3);
+}
+
 void obey()
 {
     QByteArray line(16, '\0');
@@ -48,6 +55,8 @@ void obey()
         QThread::sleep(10);
         return;
     }
+    if (line.startsWith("save"))
+        QObject::connect(qApp, &QCoreApplication::aboutToQuit, save);
     say(QStringLiteral("quitting"));
     isQuitting = true;
     QCoreApplication::quit();

@@ -12,7 +12,6 @@
 namespace HostKit {
 
 class FileLock;
-class LaunchLock;
 
 /*!
     An application's part in running as a single instance, from its start to its end.
@@ -39,6 +38,10 @@ class LaunchLock;
     in that thread alone. One at a time, and in all versions of the application that a user may run
     side by side: it takes a master without a session for a crashed one. A process that ends without
     returning from run() ends as after a crash: what was handed over and not yet received is lost.
+
+    A child that is forked and runs no other program keeps the port and the locks for as long as it
+    lives: should the application crash meanwhile, launches hand over to nobody. What QProcess
+    starts does not.
 */
 class InstanceSession : public QObject {
     Q_OBJECT
@@ -65,12 +68,17 @@ public:
     /*!
         Runs the event loop \a exec until the application quits, and returns its last result.
 
-        If a list was handed over while the application was quitting, it is not lost: it is
-        received as any other in another run of \a exec. The slot then has to show its window again,
-        or to quit. Launches after run() has returned find no master and become one.
+        The session ends at QCoreApplication::aboutToQuit(), before the slots that were connected
+        after it was built; the next launch becomes the master, however long they take. Let no other
+        QCoreApplication::exec() come before this one: the session would end with it.
+
+        If a list was handed over while the application was quitting, it is not lost: it is received
+        as any other in another run of \a exec, behind those slots, which are called again at its
+        end. The slot then has to show its window again, or to quit.
 
         Holds up the end by a few milliseconds. At worst it waits 10 s for launches that hang
-        half-way, 1 s for what they sent, and then as long as stopSingleInstance().
+        half-way, 1 s for what they sent, and then as long as stopSingleInstance(). Deleting the
+        session from a slot is permitted: it ends then, and this returns with the event loop.
     */
     int run(const std::function<int()>& exec);
 
@@ -92,6 +100,7 @@ protected:
     void connectNotify(const QMetaMethod& signal) override;
 
 private:
+    bool takeMasterLock();
     void start();
     void receive();
     bool hasListsToReceive() const;
@@ -101,9 +110,9 @@ private:
 
     SingleInstanceState decided = SingleInstanceStateInactive;
     std::unique_ptr<FileLock> masterLock; // held for as long as this process is the master
-    std::unique_ptr<LaunchLock> launchLock; // held while the master ends
     QList<QStringList> pending; // taken from the inbox, not yet received
-    quint64 emissions = 0;
+    bool isRunning = false; // in run(), and not closed since
+    bool hasTurned = false; // the event loop, since it was run
 };
 
 } // namespace HostKit

@@ -21,7 +21,8 @@ void SetLoggerDelegate(std::function<void(LogLevel, const std::wstring&)> delega
     A ready sink: writes each line to standard error behind the local time and the level.
 
     Characters that control or format text are escaped, since lines quote what other processes sent.
-    Any thread; each line is one write.
+    Any thread; each line is one write. Standard error has to be open: where it was closed, its
+    number soon belongs to a file or a connection.
 */
 void WriteToStandardError(LogLevel level, const std::wstring& text);
 
