@@ -110,12 +110,12 @@ proctype Launch() {
         :: isMaster && inbox[_pid] > 0 -> atomic { shown = shown + inbox[_pid]; inbox[_pid] = 0 }
         :: isMaster -> /* quits: shows what came meanwhile instead, if anything did */
             acquireLaunches();
-            atomic {
-                if
-                :: inbox[_pid] > 0 -> shown = shown + inbox[_pid]; inbox[_pid] = 0
-                :: else -> serving[_pid] = false; isMaster = false; masters--
-                fi
-            };
+            if
+            :: inbox[_pid] > 0 -> atomic { shown = shown + inbox[_pid]; inbox[_pid] = 0 }
+            :: else ->
+                skip; /* it has looked, and only then stops */
+                atomic { serving[_pid] = false; isMaster = false; masters-- }
+            fi;
             if
             :: !isMaster ->
                 if :: port == _pid -> port = 0 :: else fi;

@@ -12,8 +12,8 @@ namespace HostKit {
 
     The kernel holds it for the open file: it goes with its holder, however that dies, and a program
     that the holder starts does not inherit it. (A child that is forked and runs no other program
-    does.) An object that is destroyed releases the lock, or no longer waits for it. Move-only; use
-    an object from one thread at a time.
+    does.) An object that is destroyed releases the lock; if it still waits, its thread takes the
+    lock later, for a moment. Move-only; use an object from one thread at a time.
 */
 class Q_DECL_HIDDEN FileLock {
 public:

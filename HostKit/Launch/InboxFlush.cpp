@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 /*
  * A hand-off is done for its sender once the operating system has it; the master may not have read
@@ -70,21 +71,22 @@ int marksIn(SingleInstanceController& controller)
     return static_cast<int>(std::count_if(inbox.begin(), inbox.end(), isFlushMark));
 }
 
-/* Sends marks until the inbox is quiet, or until one does not arrive in time. */
-void sendMarks(SingleInstanceController& controller, quint16 port, QSemaphore& arrivals)
+/* Sends marks until the inbox is quiet. Returns whether each arrived in time. */
+bool sendMarks(SingleInstanceController& controller, quint16 port, QSemaphore& arrivals)
 {
     const QDeadlineTimer deadline(timeLimit);
-    for (int sent = 1, quiet = 0; quiet < quietMarks && sendMark(port, deadline); ++sent) {
-        const auto before = controller.peekMessages().size();
+    auto seen = controller.peekMessages().size();
+    for (int sent = 1, quiet = 0; quiet < quietMarks; ++sent) {
+        if (!sendMark(port, deadline))
+            return false;
         while (marksIn(controller) < sent) {
-            if (!arrivals.tryAcquire(1, static_cast<int>(deadline.remainingTime()))) {
-                qWarning("HostKit: what was handed over last may be lost, the master is too busy");
-                return;
-            }
+            if (!arrivals.tryAcquire(1, static_cast<int>(deadline.remainingTime())))
+                return false;
         }
-        const bool nothingBetween = controller.peekMessages().size() <= before + 1;
-        quiet = nothingBetween ? quiet + 1 : 0;
+        const auto before = std::exchange(seen, controller.peekMessages().size());
+        quiet = seen == before + 1 ? quiet + 1 : 0;
     }
+    return true;
 }
 
 } // namespace
@@ -104,7 +106,8 @@ void flushInbox(SingleInstanceController& controller)
     const auto connection =
         QObject::connect(&controller, &SingleInstanceController::messageReceived,
                          [arrivals] { arrivals->release(); });
-    sendMarks(controller, port, *arrivals);
+    if (!sendMarks(controller, port, *arrivals))
+        qWarning("HostKit: what was handed over last may be lost, the master is too busy");
     QObject::disconnect(connection);
 }
 

@@ -90,7 +90,7 @@ SINGLEINSTANCE_EXPORT SingleInstanceState startSingleInstance(void);
     - Blocks: until the server thread has ended, normally a millisecond. A slot that is connected
       directly to messageReceived() and does not return holds it up. After 10 s the thread is
       terminated, which takes effect at the slot's next system call that can be cancelled; a slot
-      that makes none is waited for.
+      that makes none is waited for, and so is a host's log or settings store that hangs there.
     - Result: always SingleInstanceStateInactive.
 */
 SINGLEINSTANCE_EXPORT SingleInstanceState stopSingleInstance(void);

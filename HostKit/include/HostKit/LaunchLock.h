@@ -13,8 +13,8 @@ class FileLock;
     Holds the launches of one application apart while they decide which is the master.
 
     Two first launches that overlap can both become master, since the settings by which they find
-    each other are locked by nobody. An application that holds this lock around
-    startSingleInstance() cannot be one of them:
+    each other are locked by nobody. Launches that each hold this lock around startSingleInstance()
+    do not overlap:
 
     \code
     const HostKit::LaunchLock lock;
