@@ -18,7 +18,8 @@
     - hold a lock between processes around startSingleInstance() if two first launches may overlap.
       The library itself locks nothing between processes: without the lock, two processes that start
       at the same moment can both become master, each on its own port.
-    HostKit has such a lock, LaunchLock, and InstanceSession, which sees to more than this.
+    libHostKit has an InstanceSession, which sees to all of this and more; for a host of its own
+   there is its LaunchLock among the host functions.
 
     A master calls stopSingleInstance() before main() returns, unless the application object has
     announced the end by aboutToQuit(). Otherwise it ends as after a crash: its port stays recorded.
@@ -179,10 +180,12 @@ public:
 
         A list holds the arguments of one launch without the program path. A process started
         without arguments sends one string of a single space. The inbox has no bound and is not
-        cleared when the server ends.
+        cleared when the server ends. Lists come in the order in which their connections were read:
+        that of the launches, unless the server was held up meanwhile.
 
         Call it from any thread. Takes constant time under a lock that is held for no more than one
-        append, copy or swap. Throws std::system_error if that lock cannot be taken.
+        append, copy or swap; the append behind a copy that is still in use copies the list of
+       lists. Throws std::system_error if that lock cannot be taken.
     */
     QList<QStringList> peekMessages();
 

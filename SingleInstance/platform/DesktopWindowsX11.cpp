@@ -1,23 +1,19 @@
 #include "DesktopWindows.h"
+#include "DetachedTask.h"
+#include "LazyXcb.h"
 
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <condition_variable>
-#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <vector>
 
 #include <unistd.h>
-#include <xcb/xcb.h>
-#include <xcb/xcb_ewmh.h>
 
 /*
  * The desktop operations on X11, by what window managers publish and obey (EWMH).
@@ -30,6 +26,8 @@
  * Replies are null for windows that are gone by now, and all of them are when the server dies. That
  * is normal here and reported to nobody.
  */
+
+namespace SingleInstance {
 
 namespace {
 
@@ -61,6 +59,8 @@ public:
 
     bool open()
     {
+        if (!xcbLibraries())
+            return false;
         {
             static std::mutex connecting; // libXau keeps a name in a static buffer
             const std::lock_guard<std::mutex> lock(connecting);
@@ -96,37 +96,14 @@ struct Walk {
 thread_local std::shared_ptr<Walk> currentWalk; // while its callbacks run
 
 /*
- * Runs work(walk) on a thread of its own, which takes no signals from the host. Returns whether it
- * was done in time; if not, the walk belongs to that thread and must not be looked at any more.
+ * Runs work(walk) on a thread of its own. Returns whether it was done in time; if not, the walk
+ * belongs to that thread and must not be looked at any more.
  */
 bool finishes(const std::shared_ptr<Walk>& walk, const std::function<void(Walk&)>& work)
 {
-    struct Progress {
-        std::mutex mutex;
-        std::condition_variable changed;
-        bool done = false;
-    };
-    const auto progress = std::make_shared<Progress>();
-    const auto run = [progress, walk, work] {
-        work(*walk);
-        const std::lock_guard<std::mutex> lock(progress->mutex);
-        progress->done = true;
-        progress->changed.notify_one();
-    };
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    bool started = true;
-    try {
-        std::thread(run).detach();
-    } catch (const std::system_error&) {
-        started = false;
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    std::unique_lock<std::mutex> lock(progress->mutex);
-    return started
-        && progress->changed.wait_until(lock, walk->deadline, [&] { return progress->done; });
+    const DetachedTask task([walk, work] { work(*walk); });
+    const auto left = walk->deadline - Clock::now();
+    return task.waitFor(std::chrono::duration_cast<std::chrono::milliseconds>(left));
 }
 
 std::string machineName()
@@ -135,11 +112,10 @@ std::string machineName()
     return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
 }
 
-template <typename GetReply, typename Cookie>
-std::vector<xcb_window_t> windowList(Connection& connection, GetReply getReply, Cookie cookie)
+std::vector<xcb_window_t> windowList(Connection& connection, xcb_get_property_cookie_t cookie)
 {
     xcb_ewmh_get_windows_reply_t reply = {};
-    if (!getReply(&connection.ewmh, cookie, &reply, nullptr))
+    if (!xcb_ewmh_get_windows_reply(&connection.ewmh, cookie, &reply, nullptr))
         return {};
     std::vector<xcb_window_t> list(reply.windows, reply.windows + reply.windows_len);
     xcb_ewmh_get_windows_reply_wipe(&reply);
@@ -156,17 +132,17 @@ std::vector<xcb_window_t> listedWindows(Connection& connection)
     const auto stackingCookie = xcb_ewmh_get_client_list_stacking(ewmh, connection.screen);
     const auto listCookie = xcb_ewmh_get_client_list(ewmh, connection.screen);
     const auto managerCookie = xcb_ewmh_get_supporting_wm_check(ewmh, connection.root());
-    auto windows = windowList(connection, xcb_ewmh_get_client_list_stacking_reply, stackingCookie);
-    auto inMappingOrder = windowList(connection, xcb_ewmh_get_client_list_reply, listCookie);
+    auto windows = windowList(connection, stackingCookie);
+    auto inMappingOrder = windowList(connection, listCookie);
     if (windows.empty())
         windows = std::move(inMappingOrder);
 
     xcb_window_t manager = XCB_NONE;
     xcb_window_t itself = XCB_NONE;
-    xcb_ewmh_get_supporting_wm_check_reply(ewmh, managerCookie, &manager, nullptr);
+    xcb_ewmh_get_window_reply(ewmh, managerCookie, &manager, nullptr);
     if (manager != XCB_NONE)
-        xcb_ewmh_get_supporting_wm_check_reply(
-            ewmh, xcb_ewmh_get_supporting_wm_check(ewmh, manager), &itself, nullptr);
+        xcb_ewmh_get_window_reply(ewmh, xcb_ewmh_get_supporting_wm_check(ewmh, manager), &itself,
+                                  nullptr);
     if (manager == XCB_NONE || manager != itself)
         return {};
     std::reverse(windows.begin(), windows.end());
@@ -190,7 +166,7 @@ Window answer(Connection& connection, xcb_window_t id, const Questions& asked,
               const std::string& thisMachine)
 {
     uint32_t pid = 0;
-    const bool hasPid = xcb_ewmh_get_wm_pid_reply(&connection.ewmh, asked.pid, &pid, nullptr);
+    const bool hasPid = xcb_ewmh_get_cardinal_reply(&connection.ewmh, asked.pid, &pid, nullptr);
     const Owned<xcb_get_property_reply_t> machine(
         xcb_get_property_reply(connection.xcb, asked.machine, nullptr));
     std::string machineOfWindow = thisMachine;
@@ -296,10 +272,10 @@ void activate(Walk& walk, xcb_window_t window)
     const xcb_window_t owner = answeredOwner(connection, ownerCookie);
     uint32_t itsDesktop = 0;
     uint32_t currentDesktop = 0;
-    const bool hasDesktop = xcb_ewmh_get_wm_desktop_reply(ewmh, desktopCookie, &itsDesktop, nullptr)
+    const bool hasDesktop = xcb_ewmh_get_cardinal_reply(ewmh, desktopCookie, &itsDesktop, nullptr)
         && itsDesktop != allDesktops;
     const bool hasCurrent =
-        xcb_ewmh_get_current_desktop_reply(ewmh, currentCookie, &currentDesktop, nullptr);
+        xcb_ewmh_get_cardinal_reply(ewmh, currentCookie, &currentDesktop, nullptr);
     if (!attributes)
         return; // gone
     const xcb_timestamp_t now = answeredTime(connection);
@@ -315,6 +291,10 @@ void activate(Walk& walk, xcb_window_t window)
 }
 
 } // namespace
+
+} // namespace SingleInstance
+
+using namespace SingleInstance;
 
 HDESK GetThreadDesktop(DWORD /*threadId*/)
 {

@@ -5,10 +5,9 @@
 #include "LogBridge.h"
 #include "MessageFormat.h"
 #include "MessageSender.h"
+#include "Registry.h"
 #include "ServerThread.h"
 #include "SettingsSlot.h"
-
-#include <Core/ObjectsPool.h>
 
 #include <QtCore/QCoreApplication>
 
@@ -27,16 +26,6 @@ namespace {
 constexpr unsigned long quitTimeout = 10000; // ms
 
 SingleInstanceState currentState; // written by start() and stop() alone
-
-QString registryKey()
-{
-    return QString::fromLatin1(SingleInstanceController::staticMetaObject.className());
-}
-
-SingleInstanceController* controllerOf(const Core::ObjectsPool::Entry& entry)
-{
-    return static_cast<SingleInstanceController*>(entry.first);
-}
 
 /* Without arguments there is still something to hand over: a single space. */
 QStringList argumentsToHandOver()
@@ -60,7 +49,7 @@ void finishAsMaster(std::unique_ptr<SingleInstanceController> owner)
     SingleInstanceController* const controller = owner.release();
     QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, controller,
                      &QObject::deleteLater);
-    Core::ObjectsPool::getInstance().add({controller, controller}, registryKey(), true);
+    registerController(*controller);
     logLine(LogLevel::Info, "started.");
 }
 
@@ -91,8 +80,7 @@ SingleInstanceController::~SingleInstanceController()
 SingleInstanceState SingleInstanceController::start()
 {
     logLine(LogLevel::Info, "starting.");
-    const auto entry = Core::ObjectsPool::getInstance().find(registryKey(), false);
-    if (auto* const registered = controllerOf(entry)) {
+    if (auto* const registered = findController()) {
         logLine(LogLevel::Warning, "other instance of the controller found while starting.");
         return currentState = registered->isMasterProcess() ? SingleInstanceStateMaster
                                                             : SingleInstanceStateFailed;
@@ -134,8 +122,7 @@ SingleInstanceState SingleInstanceController::start()
 SingleInstanceState SingleInstanceController::stop()
 {
     logLine(LogLevel::Info, "stopping.");
-    const auto entry = Core::ObjectsPool::getInstance().take(registryKey(), false);
-    const std::unique_ptr<SingleInstanceController> controller(controllerOf(entry));
+    const std::unique_ptr<SingleInstanceController> controller(takeController());
     if (controller) {
         controller->stopMaster();
         logLine(LogLevel::Info, "stopped.");
