@@ -1,97 +1,134 @@
 #pragma once
 
+#ifdef SINGLEINSTANCE_WITHOUT_HOSTKIT
+#error "libHostKit has all that is in libSingleInstance: link one of the two"
+#endif
+
+#include <HostKit/export.h>
 #include <SingleInstanceController.h>
 
+#include <QtCore/QMetaType>
 #include <QtCore/QObject>
 #include <QtCore/QStringList>
 
-#include <functional>
 #include <memory>
 
 /*! A host for applications that have none, and what goes in front of the library. */
 namespace HostKit {
 
-class FileLock;
+class InstanceSessionPrivate;
 
 /*!
     An application's part in running as a single instance, from its start to its end.
 
     \code
-    QApplication application(argc, argv); // file arguments already absolute
+    QApplication application(argc, argv); // file names already absolute: see HostKit::Launch
     HostKit::InstanceSession session;
     if (session.state() == SingleInstanceStateSecondary)
         return 0;
     MainWindow window;
     QObject::connect(&session, &HostKit::InstanceSession::argumentsReceived, &window,
                      &MainWindow::openFromOtherLaunch);
-    return session.run(&QApplication::exec);
+    return QApplication::exec();
     \endcode
 
     In front of the bare entry points it sees to what a host of its own would have to:
     - launches decide one after the other, so that two first ones do not both become master;
     - a launch after a crash does not hand its arguments to a stranger who listens on the port that
       the crashed master recorded: a lock that the kernel frees tells whether a master lives;
+    - a master that lives and cannot be reached holds up a launch for two seconds, which then
+      becomes the master in its place;
     - no list is lost on the way to the application, neither before it connects to the signal nor
-      while it quits.
+      while it quits: what it has not received goes to the next process.
 
     Build it after the application object, with organisation and application name set, and use it
-    in that thread alone. One at a time, and in all versions of the application that a user may run
-    side by side: it takes a master without a session for a crashed one. A process that ends without
-    returning from run() ends as after a crash: what was handed over and not yet received is lost.
+    in that thread alone; one at a time, and in all versions of the application that a user may run
+    side by side: it takes a master without a session for a crashed one. It may be a child of a
+    window, or be deleted by a slot.
 
     A child that is forked and runs no other program keeps the port and the locks for as long as it
     lives: should the application crash meanwhile, launches hand over to nobody. What QProcess
     starts does not.
 */
-class InstanceSession : public QObject {
+class HOSTKIT_EXPORT InstanceSession : public QObject {
     Q_OBJECT
+    /*! What state() returns. */
+    Q_PROPERTY(SingleInstanceState state READ state CONSTANT)
 
 public:
     /*!
         Starts the session: calls startSingleInstance() while it holds the launch lock.
 
-        Blocks as that does, after waiting up to 10 s for launches before it. If one of those hangs,
-        it goes on without the lock rather than keep the application from starting.
+        Blocks as that does, after waiting up to 10 s for launches before it, and up to 2 s for a
+        master that does not answer; a new master up to 2 s more, on a machine that is out of means.
+       If a launch before it hangs, it goes on without the lock rather than keep the application
+       from starting.
+
+        Without an application object, in another thread than that object's, or beside another
+        session, it warns, does nothing, and its state is Failed.
     */
     explicit InstanceSession(QObject* parent = nullptr);
 
-    /*! Ends the session. Lists that nobody took are lost: let run() return before. */
+    /*! Ends the session, as the end of the application does, if it has not ended yet. */
     ~InstanceSession() override;
 
     /*!
-        Returns what startSingleInstance() returned; or Failed, if it was not called because the
-        settings name the port of a crashed master and cannot be written. It stays what it was
-        when the application ends.
+        Returns what startSingleInstance() returned; or Failed, if the settings name a port on which
+        no master can be reached, and cannot be written; and where there is a Launch, if one
+        argument is longer than a message can be, or a master did not take all of several lists. It
+        stays what it was when the session ends.
+
+        A process that a session started to receive what its predecessor had not is Secondary, too,
+        if somebody else received that by then.
     */
-    SingleInstanceState state() const { return decided; }
+    SingleInstanceState state() const;
 
     /*!
-        Runs the event loop \a exec until the application quits, and returns its last result.
+        Sets what the end of the session starts if lists are left: a program and its arguments, or
+        an empty list for nothing.
 
-        The session ends at QCoreApplication::aboutToQuit(), before the slots that were connected
-        after it was built; the next launch becomes the master, however long they take. Let no other
-        QCoreApplication::exec() come before this one: the session would end with it.
-
-        If a list was handed over while the application was quitting, it is not lost: it is received
-        as any other in another run of \a exec, behind those slots, which are called again at its
-        end. The slot then has to show its window again, or to quit.
-
-        Holds up the end by a few milliseconds. At worst it waits 10 s for launches that hang
-        half-way, 1 s for what they sent, and then as long as stopSingleInstance(). Deleting the
-        session from a slot is permitted: it ends then, and this returns with the event loop.
+        It is QCoreApplication::applicationFilePath() at first, without arguments. Set it where the
+        application is started by another command: from an image that is mounted for each process,
+        by an interpreter. The program has to build a session of the same application.
     */
-    int run(const std::function<int()>& exec);
+    void setRestartCommand(const QStringList& command);
 
 Q_SIGNALS:
     /*!
-        Emitted in the application's thread for each list that another launch handed over, in the
-        order in which they arrived, and once for each. A list holds the arguments of that launch
-        without the program path, and is empty if there were none (or a single space alone, which
-        stands for none on the way).
+        Emitted in the application's thread for each list that another launch handed over, and once
+        for each, in the order in which the operating system delivered them. That is the order of
+        the launches, unless the master was held up in between. A list holds the arguments of that
+        launch without the program path, and is empty if there were none (or a single space alone,
+        which stands for none on the way).
 
-        Lists wait until somebody is connected; when the application ends without, they are lost. A
-        slot may run an event loop of its own, such as a modal dialog's: further lists are then
-        received from there.
+        It is emitted by the event loop that runs, whichever that is, a list a turn, and never by a
+        loop that was told to quit: QCoreApplication::quit(), the close of the last window and the
+        like leave what is not received yet to the next process. (A loop that an application goes on
+        to run by QCoreApplication::processEvents() after that looks as any other. Neither does
+        anybody know that a window is bound to close while it asks "Save changes?": whoever wants to
+        receive nothing any more destroys the session.) Lists wait until somebody is connected, and
+        while the session's signals are blocked. A receiver in another thread, or with a queued
+        connection, has to see for itself that it runs before the end. A slot may run an event loop
+       of its own, such as a modal dialog's: further lists are then received from there.
+
+        The session ends at QCoreApplication::aboutToQuit(), before the slots that were connected
+        after it was built, so that whoever launches meanwhile need not wait for them; if nobody has
+        been connected by then, the application was not ready for lists, and the session goes on
+        until it is destroyed or the process exits. What nobody has received at its end is written
+        to a file in the application's folder, and the application is started once more, detached
+        and without arguments, to receive it first of all. If it cannot be started, or if this
+        process was itself started so and received nothing, or is the tenth in a row, the lists wait
+        for the next launch, and a warning says so. The end takes some milliseconds; at worst it
+       waits 10 s for launches that hang half-way, 1 s for what they sent, and then as long as
+       stopSingleInstance(). exit() in the application's thread ends the session as well.
+
+        On Wayland, XDG_ACTIVATION_TOKEN names the token of the launch by then, if it had one: from
+       Qt 6.4 on, QWidget::activateWindow() and QWindow::requestActivate() bring a window to the
+       front by it, once.
+
+        What a process had not received when it is killed is lost. So is what it took from the file:
+        the next process removes it before the first list is emitted, lest a document that crashes
+        the application be opened at each start for ever.
     */
     void argumentsReceived(const QStringList& arguments);
 
@@ -100,19 +137,10 @@ protected:
     void connectNotify(const QMetaMethod& signal) override;
 
 private:
-    bool takeMasterLock();
-    void start();
-    void receive();
-    bool hasListsToReceive() const;
-    void collect();
-    void close();
-    void stop();
-
-    SingleInstanceState decided = SingleInstanceStateInactive;
-    std::unique_ptr<FileLock> masterLock; // held for as long as this process is the master
-    QList<QStringList> pending; // taken from the inbox, not yet received
-    bool isRunning = false; // in run(), and not closed since
-    bool hasTurned = false; // the event loop, since it was run
+    friend class InstanceSessionPrivate;
+    const std::unique_ptr<InstanceSessionPrivate> d;
 };
 
 } // namespace HostKit
+
+Q_DECLARE_METATYPE(SingleInstanceState)

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <HostKit/export.h>
+
 #include <QtCore/QtGlobal>
 
-#include <chrono>
 #include <memory>
 
 namespace HostKit {
@@ -21,17 +22,19 @@ class FileLock;
     const SingleInstanceState state = startSingleInstance();
     \endcode
 
+    Not around an InstanceSession or a Launch: these hold it themselves, and would wait for it.
+
     Build it after the application object, whose organisation and application name tell whose lock
     it is. The lock is a file in the user's own configuration; the kernel releases it when its
     holder dies, so that a crash delays nobody.
 */
-class LaunchLock {
+class HOSTKIT_EXPORT LaunchLock {
 public:
     /*!
-        Waits up to \a patience for the lock, in the calling thread. Go on without it if it was not
-        taken: an application that starts twice is better than one that does not start.
+        Waits up to \a patience milliseconds for the lock, in the calling thread. Go on without it
+       if it was not taken: an application that starts twice is better than one that does not start.
     */
-    explicit LaunchLock(std::chrono::milliseconds patience = std::chrono::seconds(10));
+    explicit LaunchLock(int patience = 10000);
 
     /*! Releases the lock, if it was taken. */
     ~LaunchLock();

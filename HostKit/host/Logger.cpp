@@ -1,3 +1,5 @@
+#include <HostKit/Log.h>
+
 #include <Logger/Logger.h>
 
 #include <TrvUtilities/Logging.h>
@@ -36,12 +38,13 @@ void passOn(QtMsgType type, const QMessageLogContext& /*context*/, const QString
 
 } // namespace
 
-namespace Logger {
-
 /* Caught messages go to the log sink; otherwise Qt writes them where it does by default. */
-void setQtDebugCatchingOn(bool on)
+void Logger::setQtDebugCatchingOn(bool on)
 {
     qInstallMessageHandler(on ? passOn : nullptr);
 }
 
-} // namespace Logger
+void HostKit::catchQtMessages(bool on)
+{
+    Logger::setQtDebugCatchingOn(on);
+}

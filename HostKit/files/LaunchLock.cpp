@@ -5,9 +5,10 @@
 
 namespace HostKit {
 
-LaunchLock::LaunchLock(std::chrono::milliseconds patience)
+LaunchLock::LaunchLock(int patience)
     : file(std::make_unique<FileLock>(
-        FileLock::take(applicationFolder() + QLatin1String("/launch.lock"), patience)))
+        FileLock::take(applicationFolder() + QLatin1String("/launch.lock"),
+                       FileLock::Kind::Exclusive, std::chrono::milliseconds(patience))))
 {
 }
 

@@ -1,6 +1,7 @@
 #include "ApplicationFolder.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QCryptographicHash>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -9,10 +10,14 @@
 #include <cerrno>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace HostKit {
 
 namespace {
+
+constexpr int longestName =
+    240; // bytes; a file system takes 255, of which temporary files add some
 
 QString configurationFolder()
 {
@@ -26,8 +31,13 @@ QString configurationFolder()
 QString asFileName(const QString& name)
 {
     const bool dotsAlone = name == QLatin1String(".") || name == QLatin1String("..");
-    return QString::fromLatin1(
-        QUrl::toPercentEncoding(name, QByteArrayLiteral(" "), dotsAlone ? "." : QByteArray()));
+    QByteArray encoded =
+        QUrl::toPercentEncoding(name, QByteArrayLiteral(" "), dotsAlone ? "." : QByteArray());
+    if (encoded.size() > longestName) {
+        const auto hash = QCryptographicHash::hash(name.toUtf8(), QCryptographicHash::Sha256);
+        encoded = encoded.left(longestName - 2 * hash.size() - 1) + '-' + hash.toHex();
+    }
+    return QString::fromLatin1(encoded);
 }
 
 QString applicationFolder()
@@ -39,6 +49,18 @@ QString applicationFolder()
             folder += QLatin1Char('/') + asFileName(name);
     }
     return folder;
+}
+
+void warnOfOtherWriters()
+{
+    struct stat status = {};
+    const QString folder = applicationFolder();
+    if (::stat(QFile::encodeName(folder).constData(), &status) != 0)
+        return;
+    const bool isOthers = status.st_uid != ::geteuid() && status.st_uid != 0;
+    if (isOthers || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        qWarning("HostKit: others may write to %s, and get what launches hand over",
+                 qPrintable(folder));
 }
 
 bool createFolderOf(const QString& path)

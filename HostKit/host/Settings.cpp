@@ -1,0 +1,73 @@
+#include <Core/Settings.h>
+
+#include "ApplicationFolder.h"
+#include "PrivateFile.h"
+
+#include <TrvUtilities/Logging.h>
+
+#include <QtCore/QFile>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+
+/*
+ * One small file for each value: <application folder>/<group>/<key>, readable by this user alone.
+ * Nothing is cached and nothing locked: each read is of the file as it is at that moment, whichever
+ * process wrote it.
+ */
+
+namespace {
+
+constexpr int longestValue = 64 * 1024;
+
+QString pathOf(const QString& group, const QString& key)
+{
+    return HostKit::applicationFolder() + QLatin1Char('/') + HostKit::asFileName(group)
+        + QLatin1Char('/') + HostKit::asFileName(key);
+}
+
+void reportOnce(const QString& path, int reason)
+{
+    static std::atomic_flag reported = ATOMIC_FLAG_INIT;
+    if (torvane::GetLoggerLevel() > torvane::LogLevel::Warning)
+        return;
+    const auto& sink = torvane::GetLoggerDelegate();
+    if (sink && !reported.test_and_set()) {
+        const QString line = QStringLiteral("Settings: cannot write %1: %2")
+                                 .arg(path, QString::fromLocal8Bit(std::strerror(reason)));
+        sink(torvane::LogLevel::Warning, line.toStdWString());
+    }
+}
+
+} // namespace
+
+namespace Core {
+
+Settings* Settings::getInstance()
+{
+    static Settings settings; // has no data: the values are on the disk
+    return &settings;
+}
+
+QVariant Settings::getValue(const QString& group, const QString& key,
+                            const QVariant& defaultValue) const
+{
+    const QByteArray path = QFile::encodeName(pathOf(group, key));
+    // Not blocked by a pipe that somebody put there.
+    const HostKit::Descriptor file(::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const auto content = HostKit::readAll(file, longestValue);
+    return content ? QVariant(QString::fromUtf8(*content)) : defaultValue;
+}
+
+void Settings::setValue(const QString& group, const QString& key, const QVariant& value,
+                        bool /*flag*/)
+{
+    const QString path = pathOf(group, key);
+    if (!HostKit::replaceFile(path, value.toString().toUtf8()))
+        reportOnce(path, errno);
+}
+
+} // namespace Core

@@ -1,0 +1,49 @@
+#include "HandOver.h"
+
+#include "MessageFormat.h"
+
+#include <QtNetwork/QHostAddress>
+#include <QtNetwork/QTcpSocket>
+
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace HostKit {
+
+using SingleInstance::packArguments;
+using SingleInstance::prefixed;
+
+namespace {
+
+constexpr int orderPatience = 100; // ms
+
+/* A master closes its end when it has read all; one that does not move must not hold us up. */
+void waitUntilRead(int connection)
+{
+    ::shutdown(connection, SHUT_WR);
+    pollfd end = {connection, POLLIN, 0};
+    ::poll(&end, 1, orderPatience);
+}
+
+} // namespace
+
+bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadline)
+{
+    const QStringList noArguments(QStringLiteral(" ")); // as they are sent
+    const auto remaining = [&deadline] { return static_cast<int>(deadline.remainingTime()); };
+    QTcpSocket socket;
+    for (const auto address : {QHostAddress::LocalHostIPv6, QHostAddress::LocalHost}) {
+        socket.connectToHost(QHostAddress(address), port, QIODevice::WriteOnly);
+        if (!socket.waitForConnected(remaining()))
+            continue;
+        socket.write(prefixed(packArguments(list.isEmpty() ? noArguments : list)));
+        while (socket.bytesToWrite() > 0 && socket.waitForBytesWritten(remaining())) { }
+        if (socket.bytesToWrite() > 0)
+            return false;
+        waitUntilRead(static_cast<int>(socket.socketDescriptor()));
+        return true;
+    }
+    return false;
+}
+
+} // namespace HostKit

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QStringList>
+
+namespace HostKit {
+
+/*!
+    Hands \a list over to \a port as a launch does, by IPv6 or else by IPv4. Returns whether the
+    operating system has it. Blocks until \a deadline at most, and for a tenth of a second until it
+    was read, so that the next one comes behind it. Any thread; no event loop is needed.
+*/
+bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadline);
+
+} // namespace HostKit
