@@ -4,12 +4,12 @@
 
 #include "LogBridge.h"
 #include "MessageFormat.h"
+#include "Registry.h"
 #include "SingleInstanceController.h"
 
 #include <benchmark/benchmark.h>
 
-#include <Core/ObjectsPool.h>
-#include <HostKit/LogSink.h>
+#include <HostKit/Log.h>
 
 #include <QtCore/QCoreApplication>
 
@@ -53,7 +53,7 @@ namespace {
 
 void filteredLine(benchmark::State& state)
 {
-    torvane::SetLoggerLevel(torvane::LogLevel::Off);
+    HostKit::setLogLevel(HostKit::LogLevel::Off);
     const QStringList list = {QStringLiteral("a"), QStringLiteral("b")};
     const long before = allocations;
     for (auto _ : state)
@@ -72,10 +72,7 @@ SingleInstanceController& controllerWith(int lists)
 {
     static SingleInstanceController* const controller = [] {
         startSingleInstance();
-        return static_cast<SingleInstanceController*>(
-            Core::ObjectsPool::getInstance()
-                .find(QStringLiteral("SingleInstance::SingleInstanceController"), false)
-                .first);
+        return findController();
     }();
     auto& inbox = controller->*inboxField();
     inbox.clear();

@@ -8,10 +8,10 @@
 #include "Foreground.h"
 #include "MessageFormat.h"
 #include "MessageSender.h"
+#include "Reachability.h"
+#include "Registry.h"
 #include "SettingsSlot.h"
 #include "SingleInstanceController.h"
-
-#include <Core/ObjectsPool.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
@@ -30,10 +30,13 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <netinet/in.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -78,19 +81,16 @@ void print(const char* what, double ours, double floor, const char* unit)
     std::fflush(stdout);
 }
 
-SingleInstanceController* master()
-{
-    return static_cast<SingleInstanceController*>(
-        Core::ObjectsPool::getInstance()
-            .find(QStringLiteral("SingleInstance::SingleInstanceController"), false)
-            .first);
-}
-
+/* As a session's, whose launches take a master without the lock for crashed. */
 void becomeMaster()
 {
     startSingleInstance();
-    QObject::connect(master(), &SingleInstanceController::messageReceived, [] {
-        master()->takeMessages();
+    const QByteArray lock = qgetenv("XDG_CONFIG_HOME") + '/'
+        + QCoreApplication::organizationName().toUtf8() + '/'
+        + QCoreApplication::applicationName().toUtf8() + "/master.lock";
+    ::flock(::open(lock.constData(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR), LOCK_SH);
+    QObject::connect(findController(), &SingleInstanceController::messageReceived, [] {
+        findController()->takeMessages();
         received.release();
     });
 }
@@ -310,31 +310,80 @@ double startUntil(const char* program, const std::function<void(int)>& happened)
     return time;
 }
 
+void handedOver(int /*output*/)
+{
+    received.acquire();
+}
+
+void saysSo(int output)
+{
+    char byte = 0;
+    if (::read(output, &byte, 1) != 1)
+        qFatal("the program is silent");
+}
+
+struct Start {
+    const char* program;
+    void (*isDone)(int);
+};
+
+/* Starts the programs in turns; returns the median time of each in milliseconds. */
+std::vector<double> measureStarts(int rounds, const std::vector<Start>& starts)
+{
+    if (qEnvironmentVariableIsSet("BENCH_PERCENT"))
+        rounds = std::max(5, rounds * qEnvironmentVariableIntValue("BENCH_PERCENT") / 100);
+    std::vector<std::vector<double>> times(starts.size());
+    for (int round = 0; round < rounds; ++round) {
+        for (size_t i = 0; i < starts.size(); ++i)
+            times[i].push_back(startUntil(starts[i].program, starts[i].isDone));
+    }
+    std::vector<double> medians;
+    for (const auto& each : times)
+        medians.push_back(median(each));
+    return medians;
+}
+
 void measureLaunches()
 {
-    const auto handedOver = [](int /*output*/) { received.acquire(); };
-    const auto saysSo = [](int output) {
-        char byte = 0;
-        if (::read(output, &byte, 1) != 1)
-            qFatal("the floor is silent");
-    };
-    std::vector<double> ours;
-    std::vector<double> floor;
-    std::vector<double> linked;
-    for (int i = 0; i < 150; ++i) {
-        ours.push_back(startUntil(LAUNCH, handedOver));
-        floor.push_back(startUntil(FLOOR, saysSo));
-        linked.push_back(startUntil(FLOOR_LINKED, saysSo));
-    }
-    print("a second launch, process start to list in the inbox", median(ours), median(floor), "ms");
-    print("the same, beside a program that links the same", median(ours), median(linked), "ms");
+    const auto times = measureStarts(150,
+                                     {{PROGRAMS "bench_launch", handedOver},
+                                      {PROGRAMS "bench_floor", saysSo},
+                                      {PROGRAMS "bench_floor_linked", saysSo}});
+    print("a second launch, process start to list in the inbox", times[0], times[1], "ms");
+    print("the same, beside a program that links the same", times[0], times[2], "ms");
+    const quint16 port = readMasterPort();
+    const auto asked = measure(500, {[port] { HostKit::isReachable(port); }});
+    print("asking whether the master can be reached, in each launch", asked[0], 0, "µs");
+}
+
+/* With windows, on the display of the environment. */
+void measureLaunchesOfApplications()
+{
+    QCoreApplication::setOrganizationName(QStringLiteral("SingleInstance"));
+    QCoreApplication::setApplicationName(QStringLiteral("viewer"));
+    const QByteArray home = qgetenv("XDG_CONFIG_HOME");
+    qputenv("XDG_CONFIG_HOME", home + "/first");
+    const auto first = measureStarts(
+        50,
+        {{PROGRAMS "bench_application_launch", saysSo}, {PROGRAMS "bench_application", saysSo}});
+    qputenv("XDG_CONFIG_HOME", home);
+    becomeMaster();
+    const auto second = measureStarts(50,
+                                      {{VIEWER, handedOver},
+                                       {PROGRAMS "bench_floor_widgets", saysSo},
+                                       {PROGRAMS "bench_application", handedOver}});
+    stopSingleInstance();
+    print("a second launch of the viewer, process start to list in the inbox", second[0], second[1],
+          "ms");
+    print("the same, beside an application without HostKit::Launch", second[0], second[2], "ms");
+    print("a first launch with its window, beside the same", first[0], first[1], "ms");
 }
 
 /* On the display of the environment, with a window manager. */
 void measureForeground(int windows)
 {
     QProcess desktop;
-    desktop.start(QStringLiteral(WINDOWS), {QString::number(windows)});
+    desktop.start(QStringLiteral(PROGRAMS "bench_windows"), {QString::number(windows)});
     const QString count = QStringLiteral("xprop -root _NET_CLIENT_LIST | grep -o 0x | wc -l");
     for (int i = 0; i < 200; ++i) {
         QProcess probe;
@@ -367,6 +416,7 @@ int main(int argc, char* argv[])
     if (argc > 1) {
         measureForeground(5);
         measureForeground(200);
+        measureLaunchesOfApplications();
         return 0;
     }
     measureStart();

@@ -1,7 +1,6 @@
-/* A launch of an application, with the lock that it holds meanwhile. */
+/* A launch of an application without windows. */
 
-#include <HostKit/LaunchLock.h>
-#include <SingleInstanceController.h>
+#include <HostKit/InstanceSession.h>
 
 #include <QtCore/QCoreApplication>
 
@@ -9,6 +8,6 @@ int main(int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("bench"));
-    const HostKit::LaunchLock lock;
-    return startSingleInstance();
+    const HostKit::InstanceSession session;
+    return session.state();
 }

@@ -13,23 +13,25 @@ QString decoded(const QByteArray& bytes)
 
 } // namespace
 
-TextFile readTextFile(const QString& path)
+TextFile readTextFile(const QString& path, qint64 most)
 {
+    const auto failed = [](const QString& problem) { return TextFile{{}, problem}; };
     const QFileInfo info(path);
     if (!info.exists())
-        return {{}, QStringLiteral("There is no file “%1”.").arg(path)};
+        return failed(QStringLiteral("There is no file “%1”.").arg(path));
     if (info.isDir())
-        return {{}, QStringLiteral("“%1” is a folder.").arg(path)};
+        return failed(QStringLiteral("“%1” is a folder.").arg(path));
     if (!info.isFile())
-        return {{}, QStringLiteral("“%1” is not a regular file.").arg(path)};
+        return failed(QStringLiteral("“%1” is not a regular file.").arg(path));
 
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {{}, QStringLiteral("“%1” cannot be read: %2.").arg(path, file.errorString())};
-    const QByteArray bytes = file.readAll();
+    const bool isOpen = file.open(QIODevice::ReadOnly);
+    const QByteArray bytes = isOpen ? file.read(most + 1) : QByteArray();
     if (file.error() != QFileDevice::NoError)
-        return {{}, QStringLiteral("“%1” cannot be read: %2.").arg(path, file.errorString())};
+        return failed(QStringLiteral("“%1” cannot be read: %2.").arg(path, file.errorString()));
     if (bytes.contains('\0'))
-        return {{}, QStringLiteral("“%1” is not a text file.").arg(path)};
+        return failed(QStringLiteral("“%1” is not a text file.").arg(path));
+    if (bytes.size() > most)
+        return {{}, {}, true};
     return {decoded(bytes), {}};
 }

@@ -6,8 +6,11 @@
 struct TextFile {
     QString text;
     QString problem;
+    bool isLonger = false; //!< than asked for, so that there is neither
 };
 
-/*! Reads the file \a path as text, in UTF-8 or else Latin-1. Blocks on the disk, never on a pipe.
- */
-TextFile readTextFile(const QString& path);
+/*!
+    Reads the file \a path as text, in UTF-8 or else Latin-1, unless it has more than \a most bytes,
+    whatever the file system says of its size. Blocks on the disk, never on a pipe.
+*/
+TextFile readTextFile(const QString& path, qint64 most);

@@ -1,11 +1,14 @@
 #include "ViewerWindow.h"
 
 #include "TextFile.h"
+#include "WaylandActivation.h"
 
 #include <QtCore/QDebug>
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
+#include <QtCore/QUrl>
 #include <QtGui/QFontDatabase>
+#include <QtGui/QTextDocument>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QFileDialog>
 #include <QtWidgets/QLabel>
@@ -15,10 +18,20 @@
 #include <QtWidgets/QTabWidget>
 #include <QtWidgets/QVBoxLayout>
 
+#include <utility>
+
 namespace {
 
-constexpr qint64 largeFile = 8 << 20; // bytes
+constexpr qint64 largeFile = 1 << 20; // bytes
+constexpr qint64 largestFile = 8 << 20; // of line breaks alone, that takes 3 GB and 40 s to show
 constexpr int noticedLines = 6;
+constexpr int namedFiles = 3; // in a question
+
+QString pathOf(const QString& argument)
+{
+    const QUrl url(argument);
+    return url.isLocalFile() ? url.toLocalFile() : argument;
+}
 
 } // namespace
 
@@ -52,8 +65,9 @@ ViewerWindow::ViewerWindow()
 void ViewerWindow::open(const QStringList& arguments)
 {
     for (const QString& argument : arguments) {
-        if (QDir::isAbsolutePath(argument))
-            openFile(QDir::cleanPath(argument));
+        const QString path = pathOf(argument);
+        if (QDir::isAbsolutePath(path))
+            openFile(QDir::cleanPath(path));
         else if (argument != QLatin1String("--") && !argument.isEmpty())
             tell(tr("“%1” is no file that can be found from here.").arg(argument));
     }
@@ -61,9 +75,50 @@ void ViewerWindow::open(const QStringList& arguments)
 
 void ViewerWindow::openFile(const QString& path)
 {
-    if (!isWanted(path))
+    if (large.contains(path))
         return;
-    const TextFile file = readTextFile(path);
+    const TextFile file = readTextFile(path, largeFile);
+    if (file.isLonger)
+        askAbout(path);
+    else
+        showFile(path, file);
+}
+
+/* Blocks nothing: whatever is handed over meanwhile opens, or joins the question. */
+void ViewerWindow::askAbout(const QString& path)
+{
+    large.append(path);
+    if (!question) {
+        question = new QMessageBox(QMessageBox::Question, QString(), QString(),
+                                   QMessageBox::Yes | QMessageBox::No, this);
+        question->setAttribute(Qt::WA_DeleteOnClose);
+        question->setTextFormat(Qt::PlainText); // it quotes names that others chose
+        connect(question, &QDialog::finished, this, &ViewerWindow::openAsked);
+    }
+    QStringList names;
+    for (const QString& each : large.mid(0, namedFiles))
+        names.append(tr("“%1”").arg(QFileInfo(each).fileName()));
+    if (large.size() > namedFiles)
+        names.append(tr("%n more", nullptr, int(large.size()) - namedFiles));
+    question->setText(
+        tr("More than %1 MiB: %2. Open?").arg(largeFile >> 20).arg(names.join(tr(", "))));
+    question->show();
+}
+
+void ViewerWindow::openAsked(int answer)
+{
+    question.clear(); // it goes soon: whoever asks next needs another
+    const QStringList asked = std::exchange(large, {});
+    for (const QString& path : answer == QMessageBox::Yes ? asked : QStringList()) {
+        TextFile file = readTextFile(path, largestFile);
+        if (file.isLonger)
+            file.problem = tr("“%1” has more than %2 MiB.").arg(path).arg(largestFile >> 20);
+        showFile(path, file);
+    }
+}
+
+void ViewerWindow::showFile(const QString& path, const TextFile& file)
+{
     if (file.problem.isEmpty()) {
         showText(path, file.text);
         qInfo().noquote() << "opened" << path;
@@ -73,16 +128,6 @@ void ViewerWindow::openFile(const QString& path)
     }
 }
 
-bool ViewerWindow::isWanted(const QString& path)
-{
-    const QFileInfo info(path);
-    if (!info.isFile() || info.size() <= largeFile)
-        return true;
-    const QString question =
-        tr("“%1” is large (%2 MiB). Open it?").arg(info.fileName()).arg(info.size() >> 20);
-    return QMessageBox::question(this, QString(), question) == QMessageBox::Yes;
-}
-
 void ViewerWindow::showText(const QString& path, const QString& text)
 {
     auto* view = tabs->findChild<QPlainTextEdit*>(path);
@@ -90,10 +135,12 @@ void ViewerWindow::showText(const QString& path, const QString& text)
         view = new QPlainTextEdit(tabs);
         view->setObjectName(path);
         view->setReadOnly(true);
+        // To wrap a line of a million letters takes minutes.
+        view->setLineWrapMode(QPlainTextEdit::NoWrap);
         view->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
         QString label = QFileInfo(path).fileName();
         tabs->addTab(view, label.replace(QLatin1Char('&'), QLatin1String("&&")));
-        tabs->setTabToolTip(tabs->indexOf(view), path);
+        tabs->setTabToolTip(tabs->indexOf(view), Qt::convertFromPlainText(path));
     }
     view->setPlainText(text);
     tabs->setCurrentWidget(view);
@@ -113,18 +160,18 @@ void ViewerWindow::openFromOtherLaunch(const QStringList& arguments)
     open(arguments);
 }
 
-/*
- * Also brings the window back when it was closed while a launch was handing over. A question that
- * is open stays in front of it.
- */
+/* A question that is open stays in front of the window. */
 void ViewerWindow::present()
 {
     setWindowState(windowState() & ~Qt::WindowMinimized);
-    show();
     raise();
-    QWidget* const question = QApplication::activeModalWidget();
-    QWidget* const front = question ? question : this;
+    QWidget* const dialog = QApplication::activeModalWidget();
+    QWidget* const asking = question ? static_cast<QWidget*>(question) : this;
+    QWidget* const front = dialog ? dialog : asking;
     front->raise();
+#ifdef VIEWER_ACTIVATES_ON_WAYLAND
+    activateOnWayland(*front);
+#endif
     front->activateWindow();
 }
 

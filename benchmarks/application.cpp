@@ -1,0 +1,35 @@
+/*
+ * An application with a window, as far as a launch goes that hands over; a first one goes on until
+ * its window is shown, and says so with a byte. With LAUNCH, by HostKit::Launch.
+ */
+
+#include <HostKit/InstanceSession.h>
+#include <HostKit/Launch.h>
+
+#include <QtWidgets/QApplication>
+#include <QtWidgets/QMainWindow>
+
+#include <unistd.h>
+
+int main(int argc, char* argv[])
+{
+    const QString organisation = QStringLiteral("SingleInstance");
+    const QString name = QStringLiteral("viewer");
+#ifdef LAUNCH
+    HostKit::Launch launch(argc, argv, organisation, name);
+    if (launch.isHandedOver())
+        return 0;
+    const QApplication application(launch.argc(), launch.argv());
+#else
+    const QApplication application(argc, argv);
+    QCoreApplication::setOrganizationName(organisation);
+    QCoreApplication::setApplicationName(name);
+#endif
+    const HostKit::InstanceSession session;
+    if (session.state() == SingleInstanceStateSecondary)
+        return 0;
+    QMainWindow window;
+    window.show();
+    QCoreApplication::processEvents();
+    return ::write(STDOUT_FILENO, "x", 1) == 1 ? 0 : 1;
+}
