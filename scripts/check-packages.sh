@@ -1,48 +1,59 @@
 #!/bin/sh
-# Builds the Debian packages, installs them, builds applications that use them, and removes them.
+# Builds the Debian packages, has lintian look at them, and for each version of Qt installs them,
+# builds applications that use them, and removes them.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
 
 # shellcheck disable=SC2086
-require_packages $build_packages dpkg-dev file
-if dpkg-query -s libsingleinstance1 libsingleinstance-dev >/dev/null 2>&1; then
+require_packages $build_packages lintian
+if dpkg-query -W -f '${db:Status-Abbrev}\n' 'libsingleinstance*' 'libhostkit*' 2>/dev/null |
+    grep -q '^ii'; then
     echo "The packages are installed here already; they stay as they are." >&2
     exit 1
 fi
 
-build package
-rm -rf build/packages
-(
-    umask 077 # which must not show in what is installed for all
-    quietly cpack --config build/package/CPackConfig.cmake -B build/packages
-)
+scripts/build-packages.sh
 for package in build/packages/*.deb; do
-    echo "$package"
     if dpkg-deb --contents "$package" | grep -v '^[d-]rwxr-xr-x\|^-rw-r--r--\|^lrwxrwxrwx'; then
-        echo "not open to all" >&2
+        echo "$package is not open to all" >&2
         exit 1
     fi
 done
-quietly as_root apt-get install -qy --no-install-recommends ./build/packages/*.deb
+# The licence is for the owner to choose.
+quietly lintian --allow-root --fail-on error --suppress-tags no-copyright-file build/packages/*.deb
+echo "no error of lintian"
+
+packages=
 remove_packages() {
-    quietly as_root apt-get purge -qy libsingleinstance-dev libsingleinstance1
+    # shellcheck disable=SC2086
+    quietly as_root apt-get purge -qy $packages
 }
-trap remove_packages EXIT
-dpkg -L libsingleinstance-dev libsingleinstance1 | grep -i 'singleinstance\|hostkit' >build/packages/files
 
-for from in package pkgconfig; do
-    rm -rf "build/consumer-$from"
-    quietly cmake -G Ninja -S tests/consumer -B "build/consumer-$from" \
-        -DCONSUMER_FROM=$from -DSINGLEINSTANCE_QT=5
-    quietly cmake --build "build/consumer-$from"
-    quietly ctest --test-dir "build/consumer-$from" --output-on-failure --no-tests=error
-done
-echo "installed, and used by find_package and pkg-config"
-
-trap - EXIT
-remove_packages
-while read -r file; do
-    [ ! -e "$file" ] || { echo "left behind: $file" >&2; exit 1; }
-done <build/packages/files
-echo "removed, and nothing left"
+# check_packages QT PACKAGE... : all that belong to a version of Qt.
+check_packages() {
+    qt=$1
+    shift
+    packages=$*
+    trap remove_packages EXIT
+    # shellcheck disable=SC2046
+    quietly as_root apt-get install -qy --no-install-recommends \
+        $(printf "./build/packages/%s_*.deb " $packages)
+    dpkg -L "$@" | grep -i 'singleinstance\|hostkit' >build/packaged
+    for from in package pkgconfig; do
+        rm -rf "build/consumer-$from"
+        quietly cmake -G Ninja -S tests/consumer -B "build/consumer-$from" "-DSOURCES=$PWD" \
+            -DBUILD_SHARED_LIBS=ON "-DCONSUMER_FROM=$from" "-DCONSUMER_QT=$qt" \
+            "-DCMAKE_INSTALL_PREFIX=$PWD/build/consumer-$from/installed"
+        quietly cmake --build "build/consumer-$from" --target install
+        tests/consumer/check.sh "build/consumer-$from/installed" shared
+    done
+    trap - EXIT
+    remove_packages
+    while read -r file; do
+        [ ! -e "$file" ] || { echo "left behind: $file" >&2; exit 1; }
+    done <build/packaged
+    echo "Qt $qt: installed, used by find_package and pkg-config, removed without a trace"
+}
+check_packages 5 libhostkit1 libsingleinstance1 libsingleinstance-dev
+check_packages 6 libhostkitqt6-1 libsingleinstanceqt6-1 libsingleinstance-qt6-dev

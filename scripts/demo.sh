@@ -13,7 +13,7 @@ if [ -z "${DISPLAY:-}" ]; then
     # shellcheck disable=SC2086
     require_packages $desktop_packages
 fi
-build release viewer screenshot
+build release SingleInstanceViewer SingleInstanceScreenshot
 
 binaries=$PWD/build/release/examples
 demo=$PWD/build/demo

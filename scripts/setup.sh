@@ -81,4 +81,8 @@ has_window_manager() {
 {
     build_packages='g++ cmake ninja-build pkg-config qtbase5-dev libxcb-ewmh-dev'
     desktop_packages='xvfb openbox x11-utils xdotool fonts-dejavu-core'
+    wayland_packages='sway libwayland-dev libwayland-bin wayland-protocols qtbase5-private-dev
+        qtwayland5 qt6-wayland'
+    test_packages='ccache desktop-file-utils python3-minimal iproute2
+        qtdeclarative5-dev qml-module-qtquick2 qml-module-qtquick-window2'
 }

@@ -5,6 +5,6 @@ cd "$(dirname "$0")/.."
 . scripts/setup.sh
 
 # shellcheck disable=SC2086
-require_packages $build_packages $desktop_packages desktop-file-utils python3-minimal
+require_packages $build_packages $desktop_packages $test_packages
 build dev
 ctest --preset dev

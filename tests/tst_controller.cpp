@@ -2,10 +2,9 @@
 #include "Foreground.h"
 #include "MessageFormat.h"
 #include "MessageSender.h"
+#include "Registry.h"
 #include "ScriptedHost.h"
 #include "SingleInstanceController.h"
-
-#include <Core/ObjectsPool.h>
 
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
@@ -100,14 +99,6 @@ struct Application {
     std::unique_ptr<QCoreApplication> application;
 };
 
-SingleInstanceController* registered()
-{
-    return qobject_cast<SingleInstanceController*>(
-        Core::ObjectsPool::getInstance()
-            .find("SingleInstance::SingleInstanceController", false)
-            .second);
-}
-
 bool handOver(const QStringList& list)
 {
     return sendToMaster(packArguments(list));
@@ -167,7 +158,7 @@ private slots:
     void cleanup()
     {
         QCOMPARE(stopSingleInstance(), SingleInstanceStateInactive);
-        QVERIFY(!registered());
+        QVERIFY(!findController());
     }
 
     void arbitrates_data()
@@ -235,8 +226,8 @@ private slots:
         QTEST(QStringList(log.mid(1)), "log");
         const bool isMaster = state == SingleInstanceStateMaster;
         QCOMPARE(ScriptedHost::state()->settings["MasterPid"].toUInt(), isMaster ? 4711u : 5u);
-        QCOMPARE(registered() && registered()->isMasterProcess(), isMaster);
-        QVERIFY(!isMaster || registered()->peekMessages().isEmpty());
+        QCOMPARE(findController() && findController()->isMasterProcess(), isMaster);
+        QVERIFY(!isMaster || findController()->peekMessages().isEmpty());
         if (state != SingleInstanceStateSecondary)
             return;
         QVERIFY(other.waitForNewConnection(5000));
@@ -262,19 +253,19 @@ private slots:
         const Application application;
         QCOMPARE(startSingleInstance(), SingleInstanceStateMaster);
         // A slot that runs in the server thread can end it.
-        connect(registered(), &SingleInstanceController::messageReceived,
+        connect(findController(), &SingleInstanceController::messageReceived,
                 [] { QThread::currentThread()->quit(); });
         const QStringList duplicate = {"3 other instance of the controller found while starting."};
-        torvane::SetLoggerLevel(torvane::LogLevel::Warning); // filters "starting."
+        HostKit::setLogLevel(HostKit::LogLevel::Warning); // filters "starting."
         for (const auto state : {SingleInstanceStateMaster, SingleInstanceStateFailed}) {
             ScriptedHost::takeLog();
             QCOMPARE(startSingleInstance(), state);
             QCOMPARE(getSingleInstanceState(), state);
             QCOMPARE(ScriptedHost::takeLog(), duplicate);
             handOver({"x"});
-            QTRY_VERIFY(!registered()->isMasterProcess());
+            QTRY_VERIFY(!findController()->isMasterProcess());
         }
-        QCOMPARE(registered()->takeMessages(), QList<QStringList>{{"x"}});
+        QCOMPARE(findController()->takeMessages(), QList<QStringList>{{"x"}});
     }
 
     void startsWithoutIPv6()
@@ -298,7 +289,7 @@ private slots:
         const Application application;
         ScriptedHost::state()->settings["MasterPort"] = 1u; // left by a crash
         startSingleInstance();
-        auto* const controller = registered();
+        auto* const controller = findController();
         QThread* direct = nullptr;
         connect(controller, &SingleInstanceController::messageReceived, [&] {
             direct = QThread::currentThread();

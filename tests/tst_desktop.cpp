@@ -1,48 +1,4 @@
-#include "Process.h"
-
-namespace {
-
-QString output(const QString& program, const QStringList& arguments)
-{
-    Process process(program, arguments);
-    return process.waitForEnd().join('\n');
-}
-
-QString rootProperty(const QString& name)
-{
-    return output("xprop", {"-root", "-notype", name}).section(QRegularExpression(" (=|#) "), 1);
-}
-
-QString activeWindow()
-{
-    return rootProperty("_NET_ACTIVE_WINDOW");
-}
-
-/* From the bottom up. */
-QStringList stacking()
-{
-    return rootProperty("_NET_CLIENT_LIST_STACKING").split(", ");
-}
-
-bool becomesActive(const QString& window)
-{
-    return QTest::qWaitFor([&] { return activeWindow() == window; }, 20000);
-}
-
-/* Returns the active window, once it is one of \a process. */
-QString windowOf(const Process& process)
-{
-    QString window;
-    const auto isThere = [&] {
-        window = activeWindow();
-        return stacking().contains(window)
-            && output("xprop", {"-id", window, "-notype", "_NET_WM_PID"})
-                   .endsWith(QString(" = %1").arg(process.processId()));
-    };
-    return QTest::qWaitFor(isThere, 20000) ? window : QString();
-}
-
-} // namespace
+#include "Desktop.h"
 
 /*
  * A real server, a real window manager (scripts/with-display.sh) and real processes. Each test sees
@@ -90,7 +46,8 @@ private slots:
     void bringsTheDialogForwardWithItsWindow()
     {
         QFile large(home.filePath("large.txt"));
-        QVERIFY(large.open(QIODevice::WriteOnly) && large.resize(9 * 1024 * 1024));
+        QVERIFY(large.open(QIODevice::WriteOnly) && large.write(QByteArray(2 << 20, 'x')) > 0);
+        large.close();
         const auto master = view();
         const QString window = windowOf(*master);
         QVERIFY(!window.isEmpty());
@@ -133,7 +90,7 @@ private:
     }
 
     Launch view(const QStringList& arguments = {}) { return start(VIEWER, "own", arguments); }
-    Launch launch() { return start(LAUNCHER, "own", {"session"}); } // without windows
+    Launch launch() { return start(PROGRAMS "launcher", "own", {"x"}); } // without windows
     bool putOtherInFront()
     {
         output("xdotool", {"windowactivate", otherWindow});

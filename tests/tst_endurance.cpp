@@ -1,10 +1,9 @@
 #include "MessageFormat.h"
 #include "MessageSender.h"
+#include "Registry.h"
 #include "Rounds.h"
 #include "ScriptedHost.h"
 #include "SingleInstanceController.h"
-
-#include <Core/ObjectsPool.h>
 
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
@@ -74,10 +73,7 @@ private slots:
         limitDescriptors(2200); // for a thousand connections, of which both ends are ours
         ScriptedHost::reset();
         QCOMPARE(startSingleInstance(), SingleInstanceStateMaster);
-        controller = static_cast<SingleInstanceController*>(
-            Core::ObjectsPool::getInstance()
-                .find("SingleInstance::SingleInstanceController", false)
-                .first);
+        controller = findController();
     }
 
     void cleanup() { stopSingleInstance(); }
@@ -87,10 +83,11 @@ private slots:
         QTest::addColumn<QByteArray>("sent");
         QTest::addColumn<bool>("reset");
 
-        QTest::newRow("idle connections") << QByteArray() << false;
-        QTest::newRow("half a prefix") << QByteArray("\x12") << false;
-        QTest::newRow("half a message") << prefixed(QByteArray(60000, 'x')).left(30000) << false;
-        QTest::newRow("connections that reset") << QByteArray("\x12\0\0", 3) << true;
+        QTest::newRow("that are idle") << QByteArray() << false;
+        QTest::newRow("with half a prefix") << QByteArray("\x12") << false;
+        QTest::newRow("with half a message")
+            << prefixed(QByteArray(60000, 'x')).left(30000) << false;
+        QTest::newRow("that reset") << QByteArray("\x12\0\0", 3) << true;
     }
 
     void recoversFromAFlood()
@@ -117,7 +114,8 @@ private slots:
             QVERIFY(handOver("after"));
             QVERIFY(usedMemory() < memory + (1 << 20));
         }
-        qInfo("1000 connections: %d rounds, recovered each time", count);
+        qInfo("1,000 connections %s: %d rounds, recovered each time", QTest::currentDataTag(),
+              count);
     }
 
     void starvesQuietly_data()
@@ -155,7 +153,7 @@ private slots:
     void leaksNothing()
     {
         stopSingleInstance();
-        torvane::SetLoggerDelegate({});
+        HostKit::setLogSink({});
         size_t memory = 0;
         int files = 0;
         for (int i = 0; i < 1050; ++i) {

@@ -56,6 +56,20 @@ public:
             ::kill(id, number);
     }
 
+    /* Stops it; returns whether all its threads have by now. */
+    bool stop()
+    {
+        signal(SIGSTOP);
+        return QTest::qWaitFor([this] {
+            const QDir tasks(QString("/proc/%1/task").arg(processId()));
+            const QStringList all = tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+            return std::all_of(all.begin(), all.end(), [&tasks](const QString& task) {
+                QFile stat(tasks.filePath(task + "/stat"));
+                return stat.open(QIODevice::ReadOnly) && stat.readAll().contains(") T ");
+            });
+        });
+    }
+
 private:
     QByteArray said;
     int position = 0;

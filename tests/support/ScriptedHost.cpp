@@ -16,9 +16,9 @@ void reset()
 {
     static const QString prefix = QStringLiteral("SingleInstanceController: ");
     *state().state = {};
-    torvane::SetLoggerLevel(torvane::LogLevel::Trace);
-    torvane::SetLoggerDelegate([](torvane::LogLevel level, const std::wstring& text) {
-        QString line = QString::fromStdWString(text);
+    HostKit::setLogLevel(HostKit::LogLevel::Trace);
+    HostKit::setLogSink([](HostKit::LogLevel level, const QString& text) {
+        QString line = text;
         line =
             line.startsWith(prefix) ? line.mid(prefix.size()) : QLatin1String("NO PREFIX ") + line;
         state()->log += QString::number(static_cast<int>(level)) + QLatin1Char(' ') + line;

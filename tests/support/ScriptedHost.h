@@ -1,6 +1,6 @@
 #pragma once
 
-#include <HostKit/LogSink.h>
+#include <HostKit/Log.h>
 
 #include <QtCore/QHash>
 #include <QtCore/QList>

@@ -1,0 +1,61 @@
+# Applications that use what is installed, or take the sources as part of their own: each is built,
+# installed, and started from where it was installed. What was built once is not built again.
+set(CCACHE "CCACHE_DIR=${CMAKE_CURRENT_BINARY_DIR}/ccache;CCACHE_BASEDIR=${CMAKE_CURRENT_BINARY_DIR};CCACHE_NOHASHDIR=1")
+set(base "${CMAKE_CURRENT_BINARY_DIR}/consumers")
+
+# add_build(name source options... -- command...): builds and installs below ${base}/name.
+function(add_build name source)
+    add_test(NAME ${name} COMMAND "${CMAKE_CTEST_COMMAND}" --build-and-test
+        "${source}" "${base}/${name}/build" --build-noclean --build-target install
+        --build-generator "${CMAKE_GENERATOR}"
+        --build-options
+            -DCMAKE_BUILD_TYPE=Release
+            -DCMAKE_CXX_COMPILER_LAUNCHER=ccache
+            "-DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}"
+            "-DCMAKE_INSTALL_PREFIX=${base}/${name}/installed"
+            ${ARGN})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${CCACHE}")
+endfunction()
+
+foreach(kind IN ITEMS shared static)
+    set(shared ON)
+    if(kind STREQUAL "static")
+        set(shared OFF)
+    endif()
+    add_build(install_${kind} "${PROJECT_SOURCE_DIR}"
+        -DBUILD_SHARED_LIBS=${shared} -DSINGLEINSTANCE_QT=${qt_major}
+        -DSINGLEINSTANCE_BUILD_EXAMPLES=OFF -DSINGLEINSTANCE_BUILD_TESTS=OFF)
+    set_tests_properties(install_${kind} PROPERTIES FIXTURES_SETUP ${kind})
+    set(prefix "${base}/install_${kind}/installed")
+    foreach(way IN ITEMS package pkgconfig subdirectory fetch)
+        set(name consumer_${way}_${kind})
+        add_build(${name} "${CMAKE_CURRENT_SOURCE_DIR}/consumer"
+            -DCONSUMER_FROM=${way}
+            -DCONSUMER_QT=${qt_major}
+            -DBUILD_SHARED_LIBS=${shared}
+            "-DCMAKE_PREFIX_PATH=${prefix}"
+            "-DSOURCES=${PROJECT_SOURCE_DIR}"
+            --test-command "${CMAKE_CURRENT_SOURCE_DIR}/consumer/check.sh"
+                "${base}/${name}/installed" ${kind})
+        set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED ${kind})
+    endforeach()
+endforeach()
+
+# The samples of the README for what is installed.
+add_build(consumer_readme "${CMAKE_CURRENT_BINARY_DIR}/documents"
+    "-DCMAKE_PREFIX_PATH=${base}/install_shared/installed")
+set_tests_properties(consumer_readme PROPERTIES FIXTURES_REQUIRED shared)
+
+# Who links both products is told why not.
+add_test(NAME consumer_of_both COMMAND "${CMAKE_COMMAND}" -G "${CMAKE_GENERATOR}"
+    -S "${CMAKE_CURRENT_SOURCE_DIR}/consumer" -B "${base}/consumer_of_both/build"
+    -DCONSUMER_FROM=package -DCONSUMER_QT=${qt_major} -DCONSUMER_LINKS_BOTH=ON
+    "-DCMAKE_PREFIX_PATH=${base}/install_shared/installed" "-DSOURCES=${PROJECT_SOURCE_DIR}")
+set_tests_properties(consumer_of_both PROPERTIES TIMEOUT 60 FIXTURES_REQUIRED shared
+    PASS_REGULAR_EXPRESSION "IS_IN_HOSTKIT_SO_LINK_ONE_OF_THE_TWO")
+add_test(NAME pkgconfig_of_both COMMAND sh -c
+    "echo '#include <HostKit/InstanceSession.h>' | \"$0\" -fsyntax-only -x c++ $(pkg-config --cflags singleinstance singleinstance-hostkit) -"
+    "${CMAKE_CXX_COMPILER}")
+set_tests_properties(pkgconfig_of_both PROPERTIES TIMEOUT 10 FIXTURES_REQUIRED shared
+    ENVIRONMENT "PKG_CONFIG_PATH=${base}/install_shared/installed/${CMAKE_INSTALL_LIBDIR}/pkgconfig"
+    PASS_REGULAR_EXPRESSION "link one of the two")
