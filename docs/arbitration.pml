@@ -1,30 +1,41 @@
 /*
- * How launches of one application find their master, and what the locks of a session add.
+ * How launches of one application find their master, what the locks of a session add, and what
+ * becomes of lists when a master quits.
  *
  *   spin -a -DN=3 docs/arbitration.pml && cc -O2 -DSAFETY -o pan pan.c && ./pan
  *
- * N processes start at any moment, each with a list to hand over. A master shows what it got, and
- * quits at some time. At most one process is killed, at any moment, and a stranger may then listen
- * on the port that it left. Checked: there is never more than one master, no launch fails, no launch
- * that began after the kill hands over to the stranger, and every list is shown unless its receiver
- * was killed.
+ * N processes start at any moment, each with a list to hand over. A master shows what it got, one
+ * list at a time, and quits at any moment: what it has not shown goes into a file, and another
+ * process is started for it. At most one process is killed, at any moment, and a stranger may then
+ * listen on the port that it left. At most one master can no longer be reached, from any moment on.
+ *
+ * Checked: there is never more than one master that can be reached, no launch fails, no launch that
+ * began after the kill hands over to the stranger, and every list is shown once, unless its receiver
+ * was killed, or waits in the file for a next launch that does not come: that is so only if a
+ * process was started for lists and showed none, or was killed.
  *
  * -DBARE leaves out the session's two locks, the kill and the quits: two masters remain possible,
- * and the checker has to find them.
+ * and the checker has to find them. -DFORGETFUL leaves out the file: lists are lost, and the checker
+ * has to find that.
  */
 
 #ifndef N
 #define N 3
 #endif
+#define MOST 10 /* processes, with those that others start */
 
-byte port;            /* the slot in the settings: 0, or the process that listens */
-bool serving[N + 1];  /* the process accepts connections */
-byte inbox[N + 1];    /* lists handed over to it and not yet shown */
-byte launches;        /* who holds launch.lock */
-byte life;            /* who holds master.lock */
-byte masters;
-byte handed, shown, lost, ended;
-byte killed = 255;    /* nobody, until it is decided */
+byte port;           /* the slot in the settings: 0, or the process that listens */
+bool serving[MOST];  /* the process accepts connections */
+bool deaf[MOST];     /* and nobody reaches it */
+byte inbox[MOST];    /* lists handed over to it and not yet shown */
+byte waiting;        /* lists in the file */
+byte launches;       /* who holds launch.lock */
+byte living;         /* masters who hold master.lock, which they share */
+byte masters;        /* that can be reached */
+byte handed, shown, lost, running;
+bool mayWait;        /* in the file, until the end */
+byte killed = 255;   /* nobody, until it is decided */
+byte unreachable = 255;
 
 inline acquireLaunches() {
 #ifdef BARE
@@ -40,6 +51,20 @@ inline releaseLaunches() {
 #else
     launches = 0
 #endif
+}
+
+/* A launch that could have master.lock for itself knows that no master lives. Else it tries the port. */
+inline findWayToMaster() {
+    if
+    :: atomic { living == 0 -> sawMaster = false }; port = 0
+    :: living > 0 ->
+       atomic {
+           if
+           :: port != 0 && serving[port] && !deaf[port]
+           :: else -> port = 0 /* it was killed meanwhile, or is deaf */
+           fi
+       }
+    fi
 }
 
 /* The kernel of a living listener takes the connection and the bytes. */
@@ -73,84 +98,125 @@ inline startMaster() {
     fi
 }
 
-proctype Launch() {
+/*
+ * To the master that took the place of one who could not be reached, if there is one, else into the
+ * file, which is replaced in one step; whoever does this holds launch.lock.
+ */
+inline leaveLists() {
+#ifdef FORGETFUL
+    inbox[_pid] = 0
+#else
+    atomic {
+        if
+        :: living > 0 && port != 0 && serving[port] && !deaf[port] ->
+            inbox[port] = inbox[port] + inbox[_pid]
+        :: else ->
+            leaves = inbox[_pid] > 0;
+            waiting = waiting + inbox[_pid]
+        fi;
+        inbox[_pid] = 0
+    }
+#endif
+}
+
+inline quitMaster() {
+    acquireLaunches();
+    atomic { /* the flush: nobody hands over from here on */
+        serving[_pid] = false;
+        isMaster = false;
+        if :: !deaf[_pid] -> masters-- :: else fi
+    };
+    if :: port == _pid -> port = 0 :: else fi;
+    atomic { living--; isLocked = false };
+    leaveLists();
+    releaseLaunches();
+    atomic {
+        if
+        :: leaves && isSuccessor && !hasShown -> mayWait = true
+        :: leaves && !(isSuccessor && !hasShown) -> running++; run Launch(true)
+        :: else
+        fi
+    }
+}
+
+proctype Launch(bool isForLists) {
     byte seen;
-    bool isSecondary, isMaster;
+    bool isSecondary, isMaster, isLocked, isSuccessor, hasShown, leaves;
     bool sawMaster = true; /* alive, when this launch began */
     {
         acquireLaunches();
+        if
+        :: isForLists && waiting == 0 -> releaseLaunches() /* somebody else showed them */
+        :: else ->
 #ifndef BARE
-        atomic { /* whoever holds launch.lock and gets master.lock knows that no master lives */
-            if
-            :: life == 0 -> life = _pid; port = 0; sawMaster = false
-            :: else
-            fi
-        }
+            findWayToMaster();
 #endif
-        notifyMaster();
-        if :: !isSecondary -> startMaster() :: else fi;
-        if :: !isSecondary && !isMaster -> notifyMaster() :: else fi;
-        if :: !isSecondary && !isMaster -> startMaster() :: else fi;
+            notifyMaster();
+            if :: !isSecondary -> startMaster() :: else fi;
+            if :: !isSecondary && !isMaster -> notifyMaster() :: else fi;
+            if :: !isSecondary && !isMaster -> startMaster() :: else fi;
 #ifndef BARE
-        assert(isSecondary || isMaster);
-        atomic {
-            if
-            :: !isMaster && life == _pid -> life = 0
-            :: isMaster && life == 0 -> life = _pid /* the one it saw was killed meanwhile */
-            :: else
-            fi
-        };
+            assert(isSecondary || isMaster);
+            if :: isMaster -> atomic { living++; isLocked = true } :: else fi;
+            atomic {
+                if
+                :: isMaster && waiting > 0 -> /* the file is removed, and then its lists are used */
+                    isSuccessor = true;
+                    inbox[_pid] = inbox[_pid] + waiting;
+                    waiting = 0
+                :: else
+                fi
+            };
 #endif
-        releaseLaunches();
+            releaseLaunches()
+        fi;
 #ifdef BARE
         false /* masters stay */
 #else
         do
         :: !isMaster -> break
-        :: isMaster && inbox[_pid] > 0 -> atomic { shown = shown + inbox[_pid]; inbox[_pid] = 0 }
-        :: isMaster -> /* quits: shows what came meanwhile instead, if anything did */
-            acquireLaunches();
-            if
-            :: inbox[_pid] > 0 -> atomic { shown = shown + inbox[_pid]; inbox[_pid] = 0 }
-            :: else ->
-                skip; /* it has looked, and only then stops */
-                atomic { serving[_pid] = false; isMaster = false; masters-- }
-            fi;
-            if
-            :: !isMaster ->
-                if :: port == _pid -> port = 0 :: else fi;
-                life = 0
-            :: else
-            fi;
-            releaseLaunches()
+        :: isMaster && inbox[_pid] > 0 ->
+            atomic { shown++; inbox[_pid]--; hasShown = true }
+        :: isMaster && !deaf[_pid] && unreachable == _pid ->
+            atomic { deaf[_pid] = true; unreachable = 0; masters-- }
+        :: isMaster -> quitMaster()
         od
 #endif
     } unless {
         atomic {
             killed == _pid ->
-            if :: isMaster -> masters-- :: else fi;
+            killed = 0;
+            if :: isMaster && !deaf[_pid] -> masters-- :: else fi;
             serving[_pid] = false;
             lost = lost + inbox[_pid];
             inbox[_pid] = 0;
+            mayWait = true;
             if :: launches == _pid -> launches = 0 :: else fi;
-            if :: life == _pid -> life = 0 :: else fi
+            if :: isLocked -> living-- :: else fi
         }
     };
-    ended++
+    atomic { deaf[_pid] = false; running-- } /* another process may get this number */
 }
 
 init {
     byte i;
     atomic {
-        for (i : 1 .. N) { run Launch() }
+        running = N;
+        for (i : 1 .. N) { run Launch(false) }
     };
 #ifndef BARE
     if
     :: killed = 0
     :: killed = 1 /* any of them: they are alike */
+    :: killed = N + 1 /* the first that another one starts */
     fi;
-    ended == N;
-    assert(handed == shown + lost);
-    assert(masters == 0 && launches == 0 && life == 0)
+    if
+    :: unreachable = 0
+    :: unreachable = 2
+    fi;
+    running == 0;
+    assert(handed == shown + lost + waiting);
+    assert(waiting == 0 || mayWait);
+    assert(masters == 0 && launches == 0 && living == 0)
 #endif
 }
