@@ -345,7 +345,7 @@ std::vector<double> measureStarts(int rounds, const std::vector<Start>& starts)
 
 void measureLaunches()
 {
-    const auto times = measureStarts(150,
+    const auto times = measureStarts(500,
                                      {{PROGRAMS "bench_launch", handedOver},
                                       {PROGRAMS "bench_floor", saysSo},
                                       {PROGRAMS "bench_floor_linked", saysSo}});
@@ -364,7 +364,7 @@ void measureLaunchesOfApplications()
     const QByteArray home = qgetenv("XDG_CONFIG_HOME");
     qputenv("XDG_CONFIG_HOME", home + "/first");
     const auto first = measureStarts(
-        50,
+        150,
         {{PROGRAMS "bench_application_launch", saysSo}, {PROGRAMS "bench_application", saysSo}});
     qputenv("XDG_CONFIG_HOME", home);
     becomeMaster();

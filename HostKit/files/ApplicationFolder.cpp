@@ -23,7 +23,8 @@ QString configurationFolder()
 {
     const QString named = QFile::decodeName(qgetenv("XDG_CONFIG_HOME"));
     // A relative one has to be ignored; it would also differ between launches.
-    return QDir::isAbsolutePath(named) ? named : QDir::homePath() + QLatin1String("/.config");
+    return named.startsWith(QLatin1Char('/')) ? named
+                                              : QDir::homePath() + QLatin1String("/.config");
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 
 namespace HostKit {
 
@@ -21,26 +22,27 @@ struct Option {
     Kind kind;
 };
 
-using Options = std::vector<Option>;
+using Options = std::initializer_list<Option>;
 
 /* As Qt goes through them: once for each of its layers, each without what those before it took. */
-const Options core = {{"qmljsdebugger", Kind::Assignment}, {"qmljsdebugger", Kind::ValueIfThere}};
-const Options platform = {{"platformpluginpath", Kind::Value}, {"platform", Kind::Value},
-                          {"platformtheme", Kind::Value},      {"qwindowgeometry", Kind::Value},
-                          {"qwindowtitle", Kind::Value},       {"qwindowicon", Kind::Value}};
-const Options platformX11 = {
+constexpr Options core = {{"qmljsdebugger", Kind::Assignment},
+                          {"qmljsdebugger", Kind::ValueIfThere}};
+constexpr Options platform = {{"platformpluginpath", Kind::Value}, {"platform", Kind::Value},
+                              {"platformtheme", Kind::Value},      {"qwindowgeometry", Kind::Value},
+                              {"qwindowtitle", Kind::Value},       {"qwindowicon", Kind::Value}};
+constexpr Options platformX11 = {
     {"geometry", Kind::Value}, {"title", Kind::Value}, {"icon", Kind::Value}};
-const Options pluginX11 = {{"display", Kind::ValueIfThere},
-                           {"name", Kind::ValueIfThere},
-                           {"nograb", Kind::Flag},
-                           {"dograb", Kind::Flag}};
-const Options gui = {{"plugin", Kind::Value},     {"reverse", Kind::Flag},
-                     {"testability", Kind::Flag}, {"session", Kind::ValueIfThere},
-                     {"style", Kind::Assignment}, {"style", Kind::ValueIfThere}};
-const Options widgets = {{"qdevel", Kind::Flag},           {"qdebug", Kind::Flag},
-                         {"style", Kind::Assignment},      {"style", Kind::ValueIfThere},
-                         {"stylesheet", Kind::Assignment}, {"stylesheet", Kind::ValueIfThere},
-                         {"widgetcount", Kind::Flag}};
+constexpr Options pluginX11 = {{"display", Kind::ValueIfThere},
+                               {"name", Kind::ValueIfThere},
+                               {"nograb", Kind::Flag},
+                               {"dograb", Kind::Flag}};
+constexpr Options gui = {{"plugin", Kind::Value},     {"reverse", Kind::Flag},
+                         {"testability", Kind::Flag}, {"session", Kind::ValueIfThere},
+                         {"style", Kind::Assignment}, {"style", Kind::ValueIfThere}};
+constexpr Options widgets = {{"qdevel", Kind::Flag},           {"qdebug", Kind::Flag},
+                             {"style", Kind::Assignment},      {"style", Kind::ValueIfThere},
+                             {"stylesheet", Kind::Assignment}, {"stylesheet", Kind::ValueIfThere},
+                             {"widgetcount", Kind::Flag}};
 
 const char* nameOf(const char* argument)
 {

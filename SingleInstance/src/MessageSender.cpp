@@ -5,6 +5,7 @@
 #include "SettingsSlot.h"
 
 #include <QtNetwork/QHostAddress>
+#include <QtNetwork/QNetworkProxy>
 #include <QtNetwork/QTcpSocket>
 
 namespace SingleInstance {
@@ -65,6 +66,7 @@ bool sendToMaster(const QByteArray& body)
         return false;
     }
     QTcpSocket socket;
+    socket.setProxy(QNetworkProxy::NoProxy); // Qt takes a while to find that loopback has none
     if (!connectByAnyProtocol(socket, port))
         return false;
     writeMessage(socket, prefixed(body));
