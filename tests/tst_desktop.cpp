@@ -13,7 +13,7 @@ private slots:
     {
         qputenv("QT_QPA_PLATFORM", "xcb");
         qputenv("SINGLEINSTANCE_LOG_LEVEL", "2");
-        other = start(VIEWER, "other", {});
+        other = view({}, "other");
         otherWindow = windowOf(*other);
         QVERIFY(!otherWindow.isEmpty());
     }
@@ -64,8 +64,9 @@ private slots:
 
     void handsOverWithoutAServer()
     {
-        const auto master = launch();
-        QCOMPARE(master->waitForLine("state .*"), "state 1");
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path()));
+        const auto master = launchMaster(); // without windows
+        QVERIFY(master);
         const auto restore = qScopeGuard([display = qgetenv("DISPLAY"), this] {
             qputenv("DISPLAY", display);
             ::kill(server, SIGCONT);
@@ -73,24 +74,21 @@ private slots:
         ::kill(server, SIGSTOP); // does not answer
         QElapsedTimer timer;
         timer.start();
-        QCOMPARE(launch()->waitForEnd(), QStringList("state 2"));
+        QCOMPARE(launched("/a"), "state 2");
         QVERIFY(timer.elapsed() < 15000); // two seconds, on a machine that has time
         qputenv("DISPLAY", ":4242"); // is not there
-        QCOMPARE(launch()->waitForEnd(), QStringList("state 2"));
-        QVERIFY(!master->waitForLine("list .*").isEmpty());
-        QVERIFY(!master->waitForLine("list .*").isEmpty());
+        QCOMPARE(launched("/b"), "state 2");
+        for (const char* const list : {"list /a", "list /b"})
+            QCOMPARE(master->waitForLine("list .*"), list);
     }
 
 private:
-    using Launch = std::unique_ptr<Process>;
-    Launch start(const QString& program, const QString& settings, const QStringList& arguments)
+    Launch view(const QStringList& arguments = {}, const QString& settings = "own")
     {
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(settings)));
-        return std::make_unique<Process>(program, arguments, home.path());
+        return std::make_unique<Process>(VIEWER, arguments, home.path());
     }
 
-    Launch view(const QStringList& arguments = {}) { return start(VIEWER, "own", arguments); }
-    Launch launch() { return start(PROGRAMS "launcher", "own", {"x"}); } // without windows
     bool putOtherInFront()
     {
         output("xdotool", {"windowactivate", otherWindow});

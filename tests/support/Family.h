@@ -27,7 +27,7 @@ public:
     ~Family()
     {
         if (QTest::currentTestFailed())
-            qInfo().noquote() << "they said:\n" << lines().join('\n');
+            qInfo().noquote() << lines().join('\n');
         ::close(life);
         if (!QTest::qWaitFor([this] { return haveEnded(); }))
             qWarning("a process stays");

@@ -3,6 +3,7 @@
 #include <QtTest/QtTest>
 
 #include <csignal>
+#include <memory>
 
 /* A process of a test. It is killed with the object; what it said is shown when a check fails. */
 class Process : public QProcess {
@@ -49,6 +50,12 @@ public:
         return QString::fromUtf8(said).split('\n', Qt::SkipEmptyParts);
     }
 
+    void command(const QByteArray& line)
+    {
+        write(line + '\n');
+        waitForBytesWritten();
+    }
+
     void signal(int number)
     {
         const auto id = static_cast<pid_t>(processId());
@@ -74,3 +81,26 @@ private:
     QByteArray said;
     int position = 0;
 };
+
+using Launch = std::unique_ptr<Process>;
+
+#ifdef PROGRAMS
+/* Of support/application.cpp, whose last argument is its name. */
+inline Launch launch(const QStringList& arguments = {"/own"})
+{
+    return std::make_unique<Process>(PROGRAMS "application", arguments);
+}
+
+/* Returns nothing if it is no master. */
+inline Launch launchMaster(const QStringList& arguments = {"/own"})
+{
+    Launch master = launch(arguments);
+    return master->waitForLine("state .*") == "state 1" ? std::move(master) : nullptr;
+}
+
+/* Returns the state that the launch came to. */
+inline QString launched(const QString& name)
+{
+    return launch({name})->waitForLine("state .*");
+}
+#endif
