@@ -1,5 +1,60 @@
 #include "Desktop.h"
 
+#include <HostKit/LaunchLock.h>
+
+#include <xcb/xcb.h>
+
+namespace {
+
+template <typename Reply> using Owned = std::unique_ptr<Reply, decltype(&std::free)>;
+
+/* Sees what is asked of the window manager. */
+class Requests {
+public:
+    Requests()
+    {
+        const uint32_t events = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
+        const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(server)).data->root;
+        xcb_change_window_attributes(server, root, XCB_CW_EVENT_MASK, &events);
+        take();
+    }
+    void makeItsOwnOwner(xcb_window_t window)
+    {
+        xcb_change_property(server, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_TRANSIENT_FOR,
+                            XCB_ATOM_WINDOW, 32, 1, &window);
+    }
+    ~Requests() { xcb_disconnect(server); }
+    Q_DISABLE_COPY_MOVE(Requests)
+
+    /* Returns what was asked since the last call: "type number time", with the first of its data,
+     * and 1 if there is a second. */
+    QStringList take()
+    {
+        QStringList all;
+        std::free(
+            xcb_get_input_focus_reply(server, xcb_get_input_focus(server), nullptr)); // a barrier
+        while (const Owned<xcb_generic_event_t> event{xcb_poll_for_event(server), std::free}) {
+            const auto* const message = reinterpret_cast<xcb_client_message_event_t*>(event.get());
+            if ((event->response_type & 0x7F) != XCB_CLIENT_MESSAGE)
+                continue;
+            const Owned<xcb_get_atom_name_reply_t> name{
+                xcb_get_atom_name_reply(server, xcb_get_atom_name(server, message->type), nullptr),
+                std::free};
+            const auto length = xcb_get_atom_name_name_length(name.get());
+            all.append(QString("%1 %2 %3")
+                           .arg(QString::fromLatin1(xcb_get_atom_name_name(name.get()), length))
+                           .arg(message->data.data32[0])
+                           .arg(message->data.data32[1] != 0));
+        }
+        return all;
+    }
+
+private:
+    xcb_connection_t* const server = xcb_connect(nullptr, nullptr);
+};
+
+} // namespace
+
 /*
  * A real server, a real window manager (scripts/with-display.sh) and real processes. Each test sees
  * another program in front first and the master's window then: what is in front at once may be left
@@ -62,9 +117,51 @@ private slots:
         QVERIFY(!master->waitForLine(".*not opened.*").isEmpty()); // behind the open question
     }
 
+    void asksTheWindowManager_data()
+    {
+        QTest::addColumn<QString>("change"); // by a shell, to the master's window $0
+        QTest::addColumn<QStringList>("requests");
+
+        const auto row = [](const char* name, const char* change, const QStringList& requests) {
+            QTest::newRow(name) << QString(change) << requests;
+        };
+        const QStringList once = {"_NET_ACTIVE_WINDOW 2 1"};
+        row("once", "true", once);
+        row("for another desktop first", "xdotool set_desktop_for_window $0 1",
+            QStringList("_NET_CURRENT_DESKTOP 1 1") + once);
+        row("once for a window that is its own owner", "", once);
+        row("without a stacking order", "xprop -root -remove _NET_CLIENT_LIST_STACKING", once);
+        row("not for a window of another machine",
+            "xprop -id $0 -f WM_CLIENT_MACHINE 8s -set WM_CLIENT_MACHINE elsewhere", {});
+        row("not if there is none", "xprop -root -remove _NET_SUPPORTING_WM_CHECK", {}); // the last
+    }
+
+    void asksTheWindowManager()
+    {
+        QFETCH(QString, change);
+        QFETCH(QStringList, requests);
+        output("xdotool", {"set_desktop", "0"}); // that of the other
+        QTRY_COMPARE(output("xdotool", {"get_desktop"}), "0");
+        const auto master = view();
+        const QString window = windowOf(*master);
+        QVERIFY(!window.isEmpty() && putOtherInFront());
+        Requests seen;
+        if (change.isEmpty())
+            seen.makeItsOwnOwner(window.toUInt(nullptr, 16));
+        output("sh", {"-c", change, window});
+        seen.take();
+        qputenv("DESKTOP_STARTUP_ID", "id_TIME1");
+        view({"/dev/null"})->waitForEnd();
+        qunsetenv("DESKTOP_STARTUP_ID");
+        const QStringList all = seen.take();
+        QCOMPARE(all.filter(QRegularExpression("ACTIVE_WINDOW 2|DESKTOP")), requests);
+        QCOMPARE(all.filter("_NET_STARTUP_INFO_BEGIN").size(), 1); // the busy cursor ends
+    }
+
     void handsOverWithoutAServer()
     {
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path()));
+        QCoreApplication::setApplicationName("application");
         const auto master = launchMaster(); // without windows
         QVERIFY(master);
         const auto restore = qScopeGuard([display = qgetenv("DISPLAY"), this] {
@@ -74,7 +171,10 @@ private slots:
         ::kill(server, SIGSTOP); // does not answer
         QElapsedTimer timer;
         timer.start();
-        QCOMPARE(launched("/a"), "state 2");
+        const auto second = launch({"/a"});
+        QVERIFY(!second->waitForFinished(1000));
+        QVERIFY(!HostKit::LaunchLock(0).isTaken()); // all the while
+        QCOMPARE(second->waitForEnd(), QStringList("state 2"));
         QVERIFY(timer.elapsed() < 15000); // two seconds, on a machine that has time
         qputenv("DISPLAY", ":4242"); // is not there
         QCOMPARE(launched("/b"), "state 2");

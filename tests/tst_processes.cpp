@@ -1,24 +1,15 @@
 #include "Family.h"
 #include "Rounds.h"
 
-#include <HostKit/InstanceSession.h>
-#include <HostKit/LaunchLock.h>
-
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 
-#include <future>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/file.h>
 
 namespace {
-
-/* A session in this process, which does not start it anew for what it has not received. */
-struct Session : HostKit::InstanceSession {
-    Session() { setRestartCommand({}); }
-};
 
 bool write(const QString& name, const QByteArray& content)
 {
@@ -38,32 +29,14 @@ class ProcessesTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { QVERIFY(!qEnvironmentVariableIsSet("HOSTKIT_STARTED_FOR")); }
-
     void init()
     {
-        QCoreApplication::setOrganizationName("maker");
-        QCoreApplication::setApplicationName("program"); // also in the name of the folder
         home = std::make_unique<QTemporaryDir>();
         QVERIFY(home->isValid());
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(home->path()));
         qputenv("SINGLEINSTANCE_LOG_LEVEL", "2");
         qputenv("QT_QPA_PLATFORM", "offscreen");
         qunsetenv("SHAPE");
-    }
-
-    void keepsFilesPrivate()
-    {
-        QCoreApplication::setOrganizationName("../a b");
-        QCoreApplication::setApplicationName(QString(200, QChar(0x42F))); // too long for a file
-        const Session session;
-        QCOMPARE(session.state(), SingleInstanceStateMaster);
-        const HostKit::LaunchLock lock;
-        for (const int milliseconds : {0, 20})
-            QVERIFY(!HostKit::LaunchLock(milliseconds).isTaken());
-        const auto all = QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot;
-        QCOMPARE(QDir(home->path()).entryList(all), QStringList("..%2Fa b"));
-        QCOMPARE(Process("find", {home->path(), "-perm", "/077"}).waitForEnd(), QStringList());
     }
 
     void viewerOpensWhatItCan()
@@ -88,24 +61,6 @@ private slots:
         const auto alone = view({odd});
         QVERIFY(says(alone, "Settings: cannot write .*: Not a directory"));
         QVERIFY(says(alone, "opened .*/" + QRegularExpression::escape(odd)));
-    }
-
-    void refusesASessionThatCannotBe()
-    {
-        const Session session;
-        QCOMPARE(session.property("state").value<SingleInstanceState>(), SingleInstanceStateMaster);
-        const QByteArray warning = "HostKit: cannot open a session, ";
-        QTest::ignoreMessage(QtWarningMsg, warning + "there is one already");
-        QCOMPARE(HostKit::InstanceSession().state(), SingleInstanceStateFailed);
-        QTest::ignoreMessage(QtWarningMsg, warning + "this is not the application's thread");
-        auto other =
-            std::async(std::launch::async, [] { return HostKit::InstanceSession().state(); });
-        QCOMPARE(other.get(), SingleInstanceStateFailed);
-        qputenv("SHAPE", "early");
-        QCOMPARE(launch()->waitForEnd(),
-                 QStringList(warning + "there is no application object yet"));
-        QCOMPARE(QDir(home->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries),
-                 QStringList("maker"));
     }
 
     void launchesAtOnce_data()
@@ -138,67 +93,6 @@ private slots:
         QVERIFY(tally.isClean());
     }
 
-    void passesActivationTokensOn_data()
-    {
-        QTest::addColumn<QByteArray>("value"); // in the launch's environment
-        QTest::addColumn<QByteArray>("setting"); // with @ for now, which is there before the launch
-        QTest::addColumn<QString>("token"); // that the master has then
-        QTest::addColumn<QByteArray>("platform"); // of the master
-        QTest::addColumn<QByteArray>("variable");
-
-        const auto row = [](const char* name, const QByteArray& value, const char* setting,
-                            const char* token, const char* platform = "wayland-egl",
-                            const char* variable = "XDG_ACTIVATION_TOKEN") {
-            QTest::newRow(name) << value << QByteArray(setting) << QString(token)
-                                << QByteArray(platform) << QByteArray(variable);
-        };
-        const QByteArray longest(1024, 'x');
-        row("a token", "t-1", "", "t-1");
-        row("none", "", "", "old");
-        row("the longest", longest, "", longest);
-        row("one too long", longest + 'x', "", "old");
-        row("with a blank", "t 1", "", "old");
-        row("with a line break", "t\n1", "", "old");
-        row("not ASCII", "\xC3\xA4", "", "old");
-        row("of a minute ago", "", "@-50 t", "t");
-        row("of two minutes ago", "", "@-120 t", "old");
-        row("from the future", "", "@+120 t", "old");
-        row("damaged", "", "@t", "old");
-        row("without a time", "", " t", "old");
-        row("a start-up id", "i_TIME1", "", "i_TIME1", "wayland", "DESKTOP_STARTUP_ID");
-        row("not on Wayland", "t", "", "old", "xcb");
-    }
-
-    void passesActivationTokensOn()
-    {
-        QFETCH(QByteArray, value);
-        QFETCH(QByteArray, setting);
-        QFETCH(QString, token);
-        QFETCH(QByteArray, platform);
-        QFETCH(QByteArray, variable);
-        const auto restore = qScopeGuard([&variable] {
-            for (const QByteArray& each : {variable, QByteArray("PLATFORM")})
-                qunsetenv(each);
-        });
-        const auto at = [](int seconds) {
-            return QByteArray::number(QDateTime::currentSecsSinceEpoch() + seconds);
-        };
-        QVERIFY(write(settingFile("ActivationToken"), at(0) + " left")); // by a launch that crashed
-        qputenv("XDG_ACTIVATION_TOKEN", "old"); // the master's own
-        qputenv("PLATFORM", platform);
-        const auto master = launchMaster();
-        QVERIFY(master);
-        qunsetenv("XDG_ACTIVATION_TOKEN");
-        if (!setting.isEmpty()) {
-            setting.replace("@-50", at(-50)).replace("@-120", at(-120)).replace("@+120", at(120));
-            QVERIFY(write(settingFile("ActivationToken"), setting.replace('@', at(0))));
-        }
-        qputenv(variable, value);
-        QCOMPARE(launched("/a"), "state 2");
-        QCOMPARE(master->waitForLine("token .*"), "token " + token);
-        QVERIFY(!master->waitForLine("list /a").isEmpty());
-    }
-
     /* Those of the README. */
     void samplesHandOver()
     {
@@ -224,24 +118,6 @@ private slots:
         QCOMPARE(master.waitForLine("state .*"), "state 1");
         QCOMPARE(Process(PROGRAMS "side_by_side", {"/a"}).waitForEnd(), QStringList("state 2"));
         QCOMPARE(master.waitForLine("list .*"), "list /a");
-    }
-
-    /* The sample of the page on the protocol. */
-    void anyProgramHandsOver()
-    {
-        QFile page(PROTOCOL);
-        QVERIFY(page.open(QIODevice::ReadOnly));
-        const QString sender =
-            QString::fromUtf8(page.readAll()).section("```python", 1).section("```", 0, 0);
-        const Session session;
-        QSignalSpy received(&session, &HostKit::InstanceSession::argumentsReceived);
-        for (const QStringList& list : {QStringList{"a.txt", "😀"}, QStringList()}) {
-            const QStringList script = {"-c", sender, path("maker/program")};
-            const QStringList sent = list.isEmpty() ? QStringList(" ") : list;
-            QCOMPARE(Process("python3", script + sent).waitForEnd(), QStringList());
-            QTRY_COMPARE(received.size(), 1);
-            QCOMPARE(received.takeFirst().first().toStringList(), list);
-        }
     }
 
     void startsAfterAKill()
@@ -277,8 +153,20 @@ private slots:
         QTcpServer stranger; // accepts and never reads
         QVERIFY(stranger.listen(QHostAddress::LocalHost));
         QVERIFY(QFile::exists(settingFile("MasterPort")));
-        QVERIFY(write(settingFile("MasterPort"), QByteArray::number(stranger.serverPort())));
+        const auto strangersPort = QByteArray::number(stranger.serverPort());
+        QVERIFY(write(settingFile("MasterPort"), strangersPort));
+        // On a full disk the port stays: nobody can be served, but nothing goes to the stranger.
+        Process full("sh", {"-c", "trap '' XFSZ; ulimit -f 0; exec $0 /a", PROGRAMS "application"});
+        QCOMPARE(full.waitForLine("state .*"), "state 3");
+        const QStringList left =
+            QFileInfo(settingFile("MasterPort")).dir().entryList({"*.*"}, QDir::Files);
+        QCOMPARE(left, QStringList()); // no part of a file either
         QVERIFY(launchMaster());
+
+        qputenv("SHAPE", "early");
+        const QString warning =
+            "HostKit: cannot open a session, there is no application object yet";
+        QCOMPARE(launch()->waitForEnd(), QStringList(warning));
     }
 
     void takesThePlaceOfAMasterThatCannotBeReached_data()

@@ -27,6 +27,11 @@ constexpr int timeLimit = 1000; // ms
 
 } // namespace
 
+Inbox::Inbox(const QList<QStringList>& older)
+    : lists(older)
+{
+}
+
 void Inbox::fillFrom(SingleInstanceController& controller, const std::shared_ptr<Inbox>& inbox,
                      const std::function<void()>& arrived)
 {
@@ -50,12 +55,6 @@ void Inbox::takeFrom(SingleInstanceController& controller)
             lists.append(list == noArguments ? QStringList() : list);
     }
     changed.notify_one();
-}
-
-void Inbox::prepend(const QList<QStringList>& older)
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    lists = older + lists;
 }
 
 bool Inbox::isEmpty()
@@ -85,11 +84,6 @@ bool Inbox::sendMark(quint16 port, const QDeadlineTimer& deadline)
     std::unique_lock<std::mutex> lock(mutex);
     return changed.wait_for(lock, std::chrono::milliseconds(deadline.remainingTime()),
                             [this] { return marks >= marksSent; });
-}
-
-bool Inbox::isFilledBy(quint16 port)
-{
-    return sendMark(port, QDeadlineTimer(timeLimit));
 }
 
 bool Inbox::flush(quint16 port)

@@ -24,6 +24,9 @@ namespace HostKit {
 */
 class Inbox {
 public:
+    /*! Has \a older, of a process before, to begin with. */
+    explicit Inbox(const QList<QStringList>& older);
+
     /*!
         Has \a inbox take over all lists of \a controller, those that are there and those to come,
         and call \a arrived in the master's thread behind each of these. Keeps the inbox for as long
@@ -32,22 +35,14 @@ public:
     static void fillFrom(SingleInstance::SingleInstanceController& controller,
                          const std::shared_ptr<Inbox>& inbox, const std::function<void()>& arrived);
 
-    /*! Puts \a older in front. */
-    void prepend(const QList<QStringList>& older);
-
     bool isEmpty();
     QStringList takeFirst();
     QList<QStringList> takeAll();
 
     /*!
-        Returns whether what is handed over to \a port arrives here, by trying. Blocks for a second
-        at most, normally for some hundred microseconds; needs no event loop.
-    */
-    bool isFilledBy(quint16 port);
-
-    /*!
         Waits until all that was handed over to this process, which listens on \a port, before this
-        call is here. Blocks as isFilledBy() does. Returns whether it is.
+        call is here. Blocks for a second at most, normally for a millisecond; needs no event loop.
+        Returns whether it is.
     */
     bool flush(quint16 port);
 

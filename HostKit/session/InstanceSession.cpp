@@ -117,10 +117,10 @@ void InstanceSessionPrivate::open()
                          if (wasConnected)
                              close();
                      });
-    // exit() runs this before it destroys what is static and was built before. So have the master's
-    // thread serve once: it builds what it needs on the way.
+    // exit() runs this before it destroys what is static and was built before. So do once what it
+    // will do: here and in the master's thread that builds what it needs.
     if (port != 0)
-        inbox->isFilledBy(port);
+        inbox->flush(port);
     static const int registered = std::atexit(closeAtExit);
     Q_UNUSED(registered)
 }
@@ -167,14 +167,13 @@ void InstanceSessionPrivate::becomeMaster(SingleInstanceController& controller, 
     warnOfOtherWriters();
     restartCommand = QStringList(QCoreApplication::applicationFilePath());
     masterLock = takeMasterLock();
-    inbox = std::make_shared<Inbox>();
+    const QList<QStringList> left = takeWaitingLists(waitingLists);
+    hasLeftLists = !left.isEmpty();
+    inbox = std::make_shared<Inbox>(left);
     Inbox::fillFrom(controller, inbox, [this] { turn.request(); });
     if (isAlone || readMasterPid() == GetCurrentProcessId())
         port = readMasterPort();
     activation.noteWhatIsThere(); // a launch that hands over to us comes after this one
-    const QList<QStringList> left = takeWaitingLists(waitingLists);
-    hasLeftLists = !left.isEmpty();
-    inbox->prepend(left);
 }
 
 /* One list a turn: the slot may quit, or run a loop of its own, which goes on with the next. */

@@ -14,10 +14,10 @@
  *   quick     a Qt Quick window, which is hidden when it is closed
  *
  * Those with windows use HostKit::Launch. It says "arguments A|B" as the application object has
- * them, "state N", "ends" when its end begins, and for each list "list A|B", with the token of its
- * launch on PLATFORM; "hidden A|B" if its window is not to be seen by then, "late A|B" if it was
- * told to quit before. It obeys lines of its input; see obey(). With the argument "once" it quits
- * when it has received a list. RESTART in the environment is the command that it sets, in words.
+ * them, "state N", "ends" when its end begins, and for each list "list A|B"; "hidden A|B" if its
+ * window is not to be seen by then, "late A|B" if it was told to quit before. It obeys lines of its
+ * input; see obey(). With the argument "once" it quits when it has received a list. RESTART in the
+ * environment is the command that it sets, in words.
  *
  * It ends with its input, or with the pipe LAUNCH_LIFE; after a minute at the latest. What it says
  * is also in the file LAUNCH_LOG, behind its number, since nobody in the test may have started it.
@@ -137,8 +137,6 @@ void obey(const QByteArray& command)
 
 void show(const QStringList& arguments)
 {
-    if (qEnvironmentVariableIsSet("PLATFORM"))
-        say(QLatin1String("token ") + qEnvironmentVariable("XDG_ACTIVATION_TOKEN"));
     say(isQuitting ? "late " : isSeen() ? "list " : "hidden ", arguments);
     if (QCoreApplication::arguments().contains(QLatin1String("once")))
         obey("quit");
@@ -258,7 +256,6 @@ int main(int argc, char* argv[])
     const auto application =
         makeApplication(launch ? launch->argc() : argc, launch ? launch->argv() : argv);
     QCoreApplication::setApplicationName(name);
-    qApp->setProperty("platformName", qEnvironmentVariable("PLATFORM"));
     if (launch)
         say("arguments ", QCoreApplication::arguments().mid(1));
     HostKit::setLogSink(HostKit::writeToStandardError);
