@@ -5,10 +5,10 @@
 #include "Registry.h"
 #include "ScriptedHost.h"
 #include "SingleInstanceController.h"
+#include "Table.h"
 
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
-#include <QtTest/QtTest>
 
 #include <atomic>
 #include <cerrno>
@@ -19,8 +19,6 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-Q_DECLARE_METATYPE(SingleInstanceState)
 
 using namespace SingleInstance;
 
@@ -114,38 +112,16 @@ QStringList logWithIPv6()
         .filter(QRegularExpression("^(?!1 failed to connect to the master by IPv6)"));
 }
 
-const QStringList sendingNowhere = {"2 sending message to the master.",
-                                    "2 sending message impossible, target port was not defined."};
-const QStringList sendingToNobody = {"2 sending message to the master.",
-                                     "1 failed to connect to the master by IPv4, error: 0",
-                                     "2 sending message failed, no connection with the master."};
-const QStringList starting = {"2 starting."};
-const QStringList listening = {"2 starting the master.",
-                               "2 the server has started listening on IPv6."};
-const QStringList serving = listening + QStringList{"2 the master is started.", "2 started."};
-const QStringList losing = listening
-    + QStringList{"2 someone occupy the port's slot - other server started, stopping this server.",
-                  "3 failed to start server."};
-const QStringList tryAgain = {"1 cannot start master so try to send command line arguments again."};
-const QStringList oneMoreTime = {
-    "1 cannot send command line arguments so try to start master one more time."};
-
-const QStringList giveUp = {"2 cannot start master so give up."};
-const QStringList tooLong = {"3 command line arguments sequence is too long (65536 bytes)!"};
-const QStringList stopping = {"2 stopping.", "2 stopping the master.", "2 the master is stopped.",
-                              "2 stopped."};
-const QStringList stoppingNothing = {"2 stopping.", "2 no instance found, nothing to stop."};
-
-QStringList handingOver(const QStringList& arguments)
+/* Returns the lines of the log that \a names stand for, one after the other. */
+QStringList logOf(const QString& names)
 {
-    return {"2 sending message to the master.",
-            "2 connected to the master by IPv6.",
-            "2 sending message completed.",
-            "2 command line arguments were transferred to the master: " + arguments.join(' '),
-            "window 0 visited",
-            "window 1 visited",
-            "window 2 visited",
-            "window 2 activated"};
+    const QStringList texts = tableLines("log.txt");
+    QStringList lines = {"2 starting."};
+    for (const QString& name : names.split(' ')) {
+        const auto first = texts.indexOf(name) + 1;
+        lines += texts.mid(first, texts.indexOf(QString(), first) - first);
+    }
+    return lines;
 }
 
 } // namespace
@@ -167,91 +143,45 @@ private slots:
         QVERIFY(!findController());
     }
 
-    void arbitrates_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<bool>("hasOtherMaster");
-        QTest::addColumn<QVariantList>("portReads");
-        QTest::addColumn<SingleInstanceState>("state");
-        QTest::addColumn<QStringList>("log");
-
-        const auto master = SingleInstanceStateMaster;
-        const auto secondary = SingleInstanceStateSecondary;
-        const auto failed = SingleInstanceStateFailed;
-        // How often a step reads the slot: sending once; starting before and after it listens,
-        // after it claims the slot, and at its end.
-        const QVariantList stored;
-        const QVariantList nobody = {0};
-        const QVariantList taken = {0, 7, 7};
-        const QVariantList overwritten = {0, 0, 7, 7};
-        const QStringList file = {"a.txt", "b"};
-        QStringList most = QString(16381, ' ').split(' '); // 16,382 empty ones
-        most.last() = "x"; // and 65,534 bytes
-        const QStringList lostTwice =
-            sendingNowhere + losing + tryAgain + sendingNowhere + oneMoreTime;
-        const auto row = [](const char* name, const QStringList& arguments, bool hasOther,
-                            const QVariantList& reads, SingleInstanceState state,
-                            const QStringList& log) {
-            QTest::newRow(name) << arguments << hasOther << reads << state << log;
-        };
-        row("handed over", file, true, stored, secondary, handingOver(file));
-        row("without arguments", {}, true, stored, secondary, handingOver({" "}));
-        row("as many as there can be", most, true, stored, secondary, handingOver(most));
-        row("too many by one", QString(16382, ' ').split(' '), true, stored, failed, tooLong);
-        row("handed over at the second attempt", file, true, nobody + taken, secondary,
-            sendingNowhere + losing + tryAgain + handingOver(file));
-        row("master", file, false, stored, master, sendingNowhere + serving);
-        row("master, as nobody listens", file, false, {0x10001}, master,
-            sendingToNobody + serving); // on port 1
-        row("master, as that is no port", file, false, {0x10000}, master, sendingNowhere + serving);
-        row("master, as that is no number", file, false, {"x"}, master, sendingNowhere + serving);
-        row("master at the second attempt", file, false, nobody + overwritten + nobody, master,
-            lostTwice + serving);
-        row("neither", file, false, nobody + taken + nobody + overwritten, failed,
-            lostTwice + losing + giveUp);
-    }
+    void arbitrates_data() { addTable("arbitration.txt"); }
 
     void arbitrates()
     {
-        QFETCH(QStringList, arguments);
-        QFETCH(bool, hasOtherMaster);
-        QFETCH(QVariantList, portReads);
-        QFETCH(SingleInstanceState, state);
-        const Application application(arguments);
+        QFETCH(QString, arguments);
+        QFETCH(QString, master); // that there is
+        QFETCH(QString, reads); // of the port, by each step: once to send; to start, before and
+        QFETCH(QString, state); // after it listens, after it claims the slot, and at its end
+        QFETCH(QString, log);
+        QStringList list = arguments.split(' ', Qt::SkipEmptyParts);
+        if (arguments == "MORE") // one too many to be empty
+            list = QString(16382, ' ').split(' ');
+        if (arguments == "MOST")
+            list = QStringList("x") + QString(16380, ' ').split(' '); // 65,534 bytes
+        const Application application(list);
         QTcpServer other;
-        if (hasOtherMaster && other.listen(QHostAddress::LocalHost))
+        if (master == "other" && other.listen(QHostAddress::LocalHost))
             ScriptedHost::state()->settings["MasterPort"] = other.serverPort();
+        for (const QString& read : reads.split(' ', Qt::SkipEmptyParts))
+            ScriptedHost::state()->portReads.append(read);
         ScriptedHost::state()->settings["MasterPid"] = 5u;
-        ScriptedHost::state()->portReads = portReads;
 
-        QCOMPARE(SingleInstanceController::start(), state);
+        QCOMPARE(SingleInstanceController::start(), state.toInt());
 
-        QCOMPARE(getSingleInstanceState(), state);
-        const bool isMaster = state == SingleInstanceStateMaster;
+        QCOMPARE(getSingleInstanceState(), state.toInt());
+        const bool isMaster = state.toInt() == SingleInstanceStateMaster;
         QCOMPARE(ScriptedHost::state()->settings["MasterPid"].toUInt(), isMaster ? 4711u : 5u);
         QCOMPARE(findController() && findController()->isMasterProcess(), isMaster);
         QVERIFY(!isMaster || findController()->peekMessages().isEmpty());
         stopSingleInstance();
-        QFETCH(QStringList, log);
-        QCOMPARE(logWithIPv6(), starting + log + (isMaster ? stopping : stoppingNothing));
-        if (state != SingleInstanceStateSecondary)
+        if (list.isEmpty())
+            list.append(" ");
+        QCOMPARE(logWithIPv6(), logOf(log).replaceInStrings("%1", list.join(' ')));
+        if (state.toInt() != SingleInstanceStateSecondary)
             return;
         QVERIFY(other.waitForNewConnection(5000));
         const std::unique_ptr<QTcpSocket> end(other.nextPendingConnection());
         while (end->waitForReadyRead(5000)) { }
-        const QStringList sent = arguments.isEmpty() ? QStringList{" "} : arguments;
-        QCOMPARE(end->readAll(), prefixed(packArguments(sent)));
-    }
-
-    void activatesNoWindowThatNobodyOwns()
-    {
-        windowOwners = {gone, gone};
-        for (const QVariant& masterPid : {QVariant(), QVariant(7u), QVariant(~0u)}) {
-            ScriptedHost::state()->settings["MasterPid"] = masterPid;
-            bringMasterToForeground();
-            QCOMPARE(ScriptedHost::takeLog(),
-                     (QStringList{"window 0 visited", "window 1 visited"}));
-        }
+        QCOMPARE(end->readAll(), prefixed(packArguments(list)));
     }
 
     void startsOnceInAProcess()
@@ -374,7 +304,7 @@ private slots:
             QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
             QCoreApplication::exec();
             QVERIFY(!findController());
-            QCOMPARE(ScriptedHost::takeLog(), stopping.mid(1, 2));
+            QCOMPARE(ScriptedHost::takeLog(), logOf("served").mid(6, 2));
             const auto port = ScriptedHost::state()->settings["MasterPort"].toUInt();
             QCOMPARE(port, isOvertaken ? 7u : 0u); // another's stays
         }

@@ -150,19 +150,6 @@ private slots:
         QVERIFY(handOver("late"));
     }
 
-    void leaksNothing()
-    {
-        const int files = entries("fd");
-        const int threads = entries("task");
-        for (int i = 0; i < 100; ++i) {
-            stopSingleInstance();
-            QCOMPARE(startSingleInstance(), SingleInstanceStateMaster);
-            QVERIFY(sendToMaster(packArguments({"never taken"})));
-        }
-        QTRY_COMPARE(entries("fd"), files);
-        QTRY_COMPARE(entries("task"), threads);
-    }
-
 #ifndef TESTS_SANITIZED // which takes what a cancelled thread leaves on its stack for errors
     void stopsInSpiteOfASlotThatHangs()
     {

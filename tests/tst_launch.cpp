@@ -1,4 +1,5 @@
 #include "Process.h"
+#include "Table.h"
 
 #include <QtCore/QTemporaryDir>
 
@@ -15,35 +16,12 @@ private slots:
         qputenv("SHAPE", "closing");
     }
 
-    void handsOverWhatTheApplicationWouldSee_data()
-    {
-        QTest::addColumn<QString>("line"); // of arguments
-        QTest::addColumn<QString>("arguments"); // with ~ for the working folder
-
-        const auto row = [](const char* name, const char* line, const char* arguments) {
-            QTest::newRow(name) << QString(line) << QString(arguments);
-        };
-        row("nothing", "", "");
-        row("files", "a.txt /b ../c", "~/a.txt|/b|~/../c");
-        row("URLs", "file:///a%20b#c http://d/e file://host/f mailto:g",
-            "/a b|http://d/e|file://host/f|~/mailto:g");
-        row("options of its own", "--note a -x b new", "--note|a|-x|~/b|new");
-        row("all behind --", "-- -x --note new", "--|~/-x|~/--note|~/new");
-        row("Qt's", "-style fusion a --stylesheet none b -session c_d -reverse", "~/a|~/b");
-        row("Qt's, assigned", "-style=fusion --stylesheet=none a", "~/a");
-        row("Qt's, within each other", "-style -reverse a", "~/a");
-        row("Qt's, unfinished", "a -session", "~/a|-session");
-        row("Qt's for windows", "-qwindowtitle a -qwindowgeometry 9x9 b -qwindowicon", "~/b");
-        row("X11's, elsewhere", "-title a -name b -nograb", "-title|a|-name|b|-nograb");
-        row("X11's", "-platform xcb -title a -geometry 9x9 -icon b -name c -nograb d", "~/d");
-        row("X11's, too early", "-title a -platform xcb -name b c", "-title|a|~/c");
-        row("X11's, unfinished", "-platform xcb a -name", "~/a|-name");
-    }
+    void handsOverWhatTheApplicationWouldSee_data() { addTable("command-lines.txt"); }
 
     void handsOverWhatTheApplicationWouldSee()
     {
         QFETCH(QString, line);
-        QFETCH(QString, arguments);
+        QFETCH(QString, arguments); // with ~ for the working folder
         arguments.replace('~', QFileInfo(home->path()).canonicalFilePath());
         const QStringList words = line.split(' ', Qt::SkipEmptyParts);
         QCOMPARE(start(words)->waitForLine("arguments.*"), "arguments " + arguments);

@@ -1,6 +1,7 @@
 #include "Desktop.h"
 #include "Family.h"
 #include "Rounds.h"
+#include "Table.h"
 
 #include <HostKit/LaunchLock.h>
 
@@ -26,54 +27,31 @@ private slots:
         qunsetenv("RESTART");
     }
 
-    void losesNoList_data()
-    {
-        QTest::addColumn<QByteArray>("shape");
-        QTest::addColumn<QByteArray>("command");
-        QTest::addColumn<bool>("isStopped"); // when it gets the command, and goes on later
-
-        const auto row = [](const char* name, const char* shape, const char* command,
-                            bool stopped = false) {
-            QTest::newRow(name) << QByteArray(shape) << QByteArray(command) << stopped;
-        };
-        const char* const close = qEnvironmentVariableIsSet("DISPLAY") ? "alt+F4" : "close";
-        row("by quit()", "", "quit");
-        row("by a queued quit()", "", "queued");
-        row("by a queued quit(), in the midst of work", "busy", "queued");
-        row("by a timer", "", "timer");
-        row("by exit()", "", "exit");
-        row("by a restart", "", "restart");
-        row("with a loop of its own", "loop", "quit");
-        row("with another exec before", "prelude", "quit");
-        row("with a window that deletes itself", "closing", close);
-        row("with a window deleted at the end", "deleted", close);
-        row("with a window and its session", "child", close);
-        row("with a Qt Quick window", "quick", close);
-        row("by quit(), stopped meanwhile", "", "quit", true);
-        row("with a window, stopped meanwhile", "closing", close, true);
-    }
+    void losesNoList_data() { addTable("quits.txt"); }
 
     void losesNoList()
     {
-        QFETCH(QByteArray, shape);
-        QFETCH(QByteArray, command);
-        QFETCH(bool, isStopped);
-        qputenv("SHAPE", shape);
+        QFETCH(QString, shape);
+        QFETCH(QString, command);
+        QFETCH(QString, when);
+        qputenv("SHAPE", shape.toUtf8());
+        const bool isStopped = when == "stopped"; // when it gets the command, and goes on later
+        const bool byKeys = command == "close" && qEnvironmentVariableIsSet("DISPLAY");
         const int count = rounds("QUIT_ROUNDS", 1);
         Tally tally;
         for (int round = 0; round < count; ++round) {
             const Family family;
             const auto master = launchMaster();
-            QVERIFY(master && (!command.contains('+') || !windowOf(*master).isEmpty()));
+            QVERIFY(master && (!byKeys || !windowOf(*master).isEmpty()));
             std::vector<Launch> launches;
             for (const char* const name : {"/A", "/B", "/C"})
                 launches.push_back(launch({name}));
             QTest::qWait(QRandomGenerator::global()->bounded(60)); // which of them is first varies
             QVERIFY(!isStopped || master->stop());
-            if (command.contains('+')) // as a user has the window manager close it
-                output("xdotool", {"key", command});
+            if (byKeys) // by the window manager
+                output("xdotool", {"key", "alt+F4"});
             else
-                master->command(command);
+                master->command(command.toUtf8());
             QTest::qWait(QRandomGenerator::global()->bounded(isStopped ? 60 : 1));
             master->signal(SIGCONT);
             for (const Launch& each : launches)

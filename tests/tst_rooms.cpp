@@ -7,6 +7,7 @@
 #include "Registry.h"
 #include "SettingsSlot.h"
 #include "Successor.h"
+#include "Table.h"
 #include "WaitingLists.h"
 
 #include <Core/Settings.h>
@@ -14,7 +15,6 @@
 #include <HostKit/Log.h>
 
 #include <QtNetwork/QTcpSocket>
-#include <QtTest/QtTest>
 
 #include <array>
 #include <csignal>
@@ -42,6 +42,14 @@ QString value(const char* key = "MasterPort")
 void setValue(const QString& value, const char* key = "MasterPort")
 {
     Core::Settings::getInstance()->setValue("SingleInstance", key, value, true);
+}
+
+/* Has the time stand for @ and the seconds behind it. */
+QString fromNow(const QString& text)
+{
+    const auto match = QRegularExpression("@([+-]\\d+)").match(text);
+    const qint64 time = QDateTime::currentSecsSinceEpoch() + match.captured(1).toInt();
+    return match.hasMatch() ? QString(text).replace(match.captured(), QString::number(time)) : text;
 }
 
 QByteArray contentOf(const QString& name)
@@ -169,27 +177,7 @@ private slots:
         QVERIFY(take("/folder", 0).isTaken());
     }
 
-    void putsAsideWhatIsNoFileOfLists_data()
-    {
-        QTest::addColumn<QString>("change"); // to the file, by a shell
-        QTest::addColumn<QString>("warning");
-
-        const auto row = [](const char* name, const char* change, const char* warning) {
-            QTest::newRow(name) << QString(change) << QString(warning);
-        };
-        row("sound", "true", "");
-        row("damaged", "printf x | dd of=$0 bs=1 seek=50 conv=notrunc", "is damaged");
-        row("cut off", "truncate -s -1 $0", "is damaged");
-        row("empty", "truncate -s 0 $0", "is damaged");
-        row("later", "printf '\\2' | dd of=$0 bs=1 seek=7 conv=notrunc", "is of another version");
-        row("too large", "truncate -s 100M $0", "is too large");
-        row("writable by others", "chmod o+w $0", "is open to others");
-        row("a link", "mv $0 $0.1 && ln -s $0.1 $0", "cannot be opened: .*");
-        row("a pipe", "rm $0 && mkfifo $0", "is no regular file");
-        row("a folder", "rm $0 && mkdir $0", "is no regular file");
-        if (::geteuid() == 0)
-            row("of another user", "chown nobody $0", "is open to others");
-    }
+    void putsAsideWhatIsNoFileOfLists_data() { addTable("waiting-lists.txt"); }
 
     void putsAsideWhatIsNoFileOfLists()
     {
@@ -206,62 +194,33 @@ private slots:
         QVERIFY(!hasWaitingLists(file));
     }
 
-    void passesActivationTokensOn_data()
-    {
-        QTest::addColumn<QByteArray>("value"); // in the launch's environment
-        QTest::addColumn<QByteArray>("setting"); // or @ for now, left by a launch before
-        QTest::addColumn<QByteArray>("token"); // that the master has then
-        QTest::addColumn<QString>("platform"); // of the master
-        QTest::addColumn<QByteArray>("variable");
-
-        const auto row = [](const char* name, const QByteArray& value, const char* setting,
-                            const QByteArray& token, const char* platform = "wayland-egl",
-                            const char* variable = "XDG_ACTIVATION_TOKEN") {
-            QTest::newRow(name) << value << QByteArray(setting) << token << QString(platform)
-                                << QByteArray(variable);
-        };
-        const QByteArray longest(1024, 'x');
-        row("a token", "t-1", "", "t-1");
-        row("none", "", "", "old");
-        row("the longest", longest, "", longest);
-        row("one too long", longest + 'x', "", "old");
-        row("with a blank", "t 1", "", "old");
-        row("with a line break", "t\n1", "", "old");
-        row("not ASCII", "\xC3\xA4", "", "old");
-        row("of a minute ago", "", "@-50 t", "t");
-        row("of two minutes ago", "", "@-120 t", "old");
-        row("from the future", "", "@+120 t", "old");
-        row("damaged", "", "@t", "old");
-        row("without a time", "", " t", "old");
-        row("a start-up id", "i_TIME1", "", "i_TIME1", "wayland", "DESKTOP_STARTUP_ID");
-        row("not on Wayland", "t", "", "old", "xcb");
-    }
+    void passesActivationTokensOn_data() { addTable("tokens.txt"); }
 
     void passesActivationTokensOn()
     {
-        QFETCH(QByteArray, value);
-        QFETCH(QByteArray, setting);
-        QFETCH(QByteArray, token);
-        QFETCH(QString, platform);
-        QFETCH(QByteArray, variable);
-        const auto at = [](int seconds) {
-            return QByteArray::number(QDateTime::currentSecsSinceEpoch() + seconds);
+        QFETCH(QString, value); // in the launch's environment
+        QFETCH(QString, setting); // left by a launch before, @ seconds from now
+        QFETCH(QString, token); // that the master has then
+        QFETCH(QString, platform); // of the master
+        QFETCH(QString, variable);
+        const auto environment = [](const QString& name, QString text) {
+            text.replace("LONG", QString(1024, 'x')).replace("\\n", "\n");
+            qputenv(qPrintable(name), text.toUtf8());
         };
         qApp->setProperty("platformName", platform);
-        qunsetenv("DESKTOP_STARTUP_ID");
-        qputenv("XDG_ACTIVATION_TOKEN", "old"); // the master's own
-        setValue(at(0) + " left", "ActivationToken"); // by a launch that crashed
+        setValue(fromNow("@+0 left"), "ActivationToken"); // by a launch that crashed
         ReceivedActivation received;
         received.noteWhatIsThere();
-        qunsetenv("XDG_ACTIVATION_TOKEN");
-        qputenv(variable, value);
-        setting.replace("@-50", at(-50)).replace("@-120", at(-120)).replace("@+120", at(120));
+        for (const char* const each : {"XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID"})
+            qunsetenv(each);
+        environment(variable, value);
         if (!setting.isEmpty())
-            setValue(setting.replace('@', at(0)), "ActivationToken");
+            setValue(fromNow(setting), "ActivationToken");
         leaveActivationToken(ownActivationToken());
-        qputenv("XDG_ACTIVATION_TOKEN", "old");
+        qputenv("XDG_ACTIVATION_TOKEN", "old"); // the master's own
         received.takeOver();
-        QCOMPARE(qgetenv("XDG_ACTIVATION_TOKEN"), token);
+        environment("EXPECTED", token);
+        QCOMPARE(qgetenv("XDG_ACTIVATION_TOKEN"), qgetenv("EXPECTED"));
     }
 
     void flushesWhatWasHandedOver()
@@ -317,7 +276,7 @@ private slots:
     void anyProgramHandsOver()
     {
         qApp->setProperty("platformName", "wayland");
-        setValue(QString("%1 left").arg(QDateTime::currentSecsSinceEpoch()), "ActivationToken");
+        setValue(fromNow("@+0 left"), "ActivationToken");
         qputenv("XDG_ACTIVATION_TOKEN", "old");
         const QString sender =
             QString::fromUtf8(contentOf(PROTOCOL)).section("```python", 1).section("```", 0, 0);

@@ -77,15 +77,12 @@ public:
     /* The most masters that there were at a time, none of which was about to end. */
     size_t mostMasters() const
     {
-        std::set<QString> masters;
         size_t most = 0;
+        size_t masters = 0;
         for (const QString& line : lines()) {
-            const QString process = line.section(' ', 0, 0);
-            if (line.endsWith(" state 1"))
-                masters.insert(process);
-            if (line.endsWith(" ends"))
-                masters.erase(process);
-            most = std::max(most, masters.size());
+            masters += line.endsWith(" state 1") ? 1 : 0;
+            masters -= line.endsWith(" ends") ? 1 : 0;
+            most = std::max(most, masters);
         }
         return most;
     }

@@ -5,6 +5,8 @@
 #include <csignal>
 #include <memory>
 
+#include <sys/wait.h>
+
 /* A process of a test. It is killed with the object; what it said is shown when a check fails. */
 class Process : public QProcess {
 public:
@@ -67,14 +69,8 @@ public:
     bool stop()
     {
         signal(SIGSTOP);
-        return QTest::qWaitFor([this] {
-            const QDir tasks(QString("/proc/%1/task").arg(processId()));
-            const QStringList all = tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-            return std::all_of(all.begin(), all.end(), [&tasks](const QString& task) {
-                QFile stat(tasks.filePath(task + "/stat"));
-                return stat.open(QIODevice::ReadOnly) && stat.readAll().contains(") T ");
-            });
-        });
+        siginfo_t stopped;
+        return ::waitid(P_PID, id_t(processId()), &stopped, WSTOPPED) == 0;
     }
 
 private:

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QtTest/QtTest>
+
+#include <set>
+
+/* Returns what stands in the tables of the tests under \a name, line by line. */
+inline QStringList tableLines(const QString& name)
+{
+    QFile file(TABLES + name);
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("no table");
+    return QString::fromUtf8(file.readAll()).split('\n');
+}
+
+/*
+ * Adds the columns and rows of a table, all of them texts: the first line names the columns, the
+ * first column the rows. A dot is an empty text.
+ */
+inline void addTable(const QString& name)
+{
+    QStringList lines = tableLines(name);
+    lines.removeAll(QString());
+    const QRegularExpression border("\\s+\\|\\s+");
+    static std::set<QByteArray> columns; // whose letters have to stay
+    for (const QString& column : lines.takeFirst().split(border).mid(1))
+        QTest::addColumn<QString>(*columns.insert(column.toLatin1()).first);
+    for (const QString& line : lines) {
+        QStringList fields = line.split(border);
+        QTestData& row = QTest::newRow(fields.takeFirst().toUtf8());
+        for (const QString& field : fields)
+            row << (field == "." ? QString() : field);
+    }
+}
