@@ -10,16 +10,15 @@ cd "$(dirname "$0")/.."
 require_packages $build_packages $desktop_packages $test_packages
 copy=$PWD/build/mutants
 rm -rf "$copy"
-mkdir -p "$copy/source" "$copy/display"
+mkdir -p "$copy/source"
 git archive HEAD | tar -xf - -C "$copy/source"
 quietly cmake -G Ninja -S "$copy/source" -B "$copy/build"
 quietly cmake --build "$copy/build"
-start_private_display "$copy/display"
 export QT_QPA_PLATFORM=offscreen LC_ALL=C.UTF-8 QTEST_DISABLE_STACK_DUMP=1
 
 # passes TEST [FUNCTION]
 passes() {
-    timeout 120 "$copy/build/tests/$1" ${2:+"$2"} >"$copy/log" 2>&1
+    timeout 120 scripts/with-display.sh "$copy/build/tests/$1" ${2:+"$2"} >"$copy/log" 2>&1
 }
 
 slips=$copy/slips

@@ -42,6 +42,8 @@ public:
                 xcb_get_atom_name_reply(server, xcb_get_atom_name(server, message->type), nullptr),
                 std::free};
             const auto length = xcb_get_atom_name_name_length(name.get());
+            if (message->data.data32[0] == 2) // as a pager asks
+                activated.append("0x" + QString::number(message->window, 16));
             all.append(QString("%1 %2 %3")
                            .arg(QString::fromLatin1(xcb_get_atom_name_name(name.get()), length))
                            .arg(message->data.data32[0])
@@ -49,6 +51,8 @@ public:
         }
         return all;
     }
+
+    QStringList activated; // windows, by somebody who is not one of them
 
 private:
     xcb_connection_t* const server = xcb_connect(nullptr, nullptr);
@@ -87,7 +91,10 @@ private slots:
         const QString dialog = windowOf(*master);
         QVERIFY(!dialog.isEmpty() && dialog != window);
         QVERIFY(putOtherInFront());
+        Requests seen;
         view({"/dev/null"})->waitForEnd();
+        seen.take();
+        QCOMPARE(seen.activated, (QStringList{window, dialog}));
         QVERIFY(becomesActive(dialog));
         QTRY_COMPARE(stacking().mid(1), (QStringList{window, dialog}));
         QVERIFY(!master->waitForLine(".*not opened.*").isEmpty()); // behind the open question

@@ -9,6 +9,7 @@
 #include <QtNetwork/QTcpSocket>
 #include <QtTest/QtTest>
 
+#include <cerrno>
 #include <ctime>
 #include <memory>
 #include <vector>
@@ -16,6 +17,7 @@
 #include <malloc.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 using namespace SingleInstance;
@@ -61,7 +63,17 @@ Clients connectClients(size_t count, const QByteArray& bytes)
     return clients;
 }
 
+bool acceptFails = false;
+
 } // namespace
+
+/* Takes the place of the C library's, for Qt as well. */
+extern "C" __attribute__((visibility("default"))) int accept4(int socket, sockaddr* address,
+                                                              socklen_t* length, int flags)
+{
+    errno = EMFILE;
+    return acceptFails ? -1 : int(::syscall(SYS_accept4, socket, address, length, flags));
+}
 
 /* What a master has to stand for as long as the application runs. */
 class EnduranceTest : public QObject {
@@ -122,14 +134,25 @@ private slots:
     {
         QTest::addColumn<size_t>("idle"); // connections before
         QTest::newRow("before the first connection") << size_t(0);
-        QTest::newRow("behind idle connections") << size_t(40);
+        QTest::newRow("behind idle connections") << size_t(48);
     }
 
     void starvesQuietly()
     {
         QFETCH(size_t, idle);
         limitDescriptors(entries("fd") + 100);
-        Clients clients = connectClients(idle, {});
+        QSemaphore entered;
+        QSemaphore mayGo;
+        const auto busy = connect(controller, &SingleInstanceController::messageReceived, [&] {
+            entered.release();
+            mayGo.acquire();
+        });
+        QVERIFY(sendToMaster(packArguments({"busy"})));
+        entered.acquire();
+        Clients clients = connectClients(idle, {}); // which wait in a row
+        disconnect(busy);
+        mayGo.release();
+        QCOMPARE(controller->takeMessages().size(), 1);
         QTRY_VERIFY(idle == 0 || entries("fd") > 70); // as many as it takes
         ScriptedHost::takeLog();
         std::vector<int> used; // by the host, for something else: all that there are
@@ -148,6 +171,16 @@ private slots:
         QTRY_COMPARE(controller->peekMessages(), QList<QStringList>{{"starved"}});
         last.clear();
         QVERIFY(handOver("late"));
+    }
+
+    /* As when another thread takes the last descriptor at that moment. */
+    void acceptsAfterAFailure()
+    {
+        acceptFails = true;
+        QVERIFY(sendToMaster(packArguments({"x"})));
+        QVERIFY(receivesNothingAndRests(200));
+        acceptFails = false;
+        QTRY_COMPARE(controller->peekMessages().size(), 1);
     }
 
 #ifndef TESTS_SANITIZED // which takes what a cancelled thread leaves on its stack for errors

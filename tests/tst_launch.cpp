@@ -41,8 +41,8 @@ private slots:
         for (int i = 0; i < 3000; ++i)
             files.append(QString("/%1").arg(i, 100));
         const auto master = start(files);
-        QCOMPARE(master->waitForLine("arguments.*"), "arguments " + files.join('|'));
         QCOMPARE(master->waitForLine("state.*"), "state 1");
+        QCOMPARE(master->waitForLine("arguments.*"), "arguments " + files.join('|'));
         QCOMPARE(start(files)->waitForEnd(), QStringList("state 2"));
         QStringList received;
         while (received.size() < files.size()) {

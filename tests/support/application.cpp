@@ -63,6 +63,11 @@ std::unique_ptr<QEventLoop> ownLoop;
 std::unique_ptr<QQmlApplicationEngine> engine;
 QPointer<QWidget> widget;
 
+bool hasWindow()
+{
+    return shape == "quick" || shape == "closing" || shape == "deleted" || shape == "child";
+}
+
 void say(const QString& line)
 {
     std::puts(qPrintable(line));
@@ -213,6 +218,8 @@ int run()
         session->setRestartCommand(
             qEnvironmentVariable("RESTART").split(QLatin1Char('\n'), Qt::SkipEmptyParts));
     say(QStringLiteral("state %1").arg(session->state()));
+    if (hasWindow())
+        say("arguments ", QCoreApplication::arguments().mid(1));
     if (session->state() != SingleInstanceStateMaster)
         return 0;
     if (shape == "quick")
@@ -220,11 +227,6 @@ int run()
     if (qApp->inherits("QApplication"))
         return runWindow(std::move(session));
     return runWithoutWindows(session.get());
-}
-
-bool hasWindow()
-{
-    return shape == "quick" || shape == "closing" || shape == "deleted" || shape == "child";
 }
 
 std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv)
@@ -256,8 +258,6 @@ int main(int argc, char* argv[])
     const auto application =
         makeApplication(launch ? launch->argc() : argc, launch ? launch->argv() : argv);
     QCoreApplication::setApplicationName(name);
-    if (launch)
-        say("arguments ", QCoreApplication::arguments().mid(1));
     HostKit::setLogSink(HostKit::writeToStandardError);
     HostKit::catchQtMessages(true);
     if (shape == "bare") {
