@@ -20,6 +20,7 @@
 #include <array>
 #include <csignal>
 #include <future>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -229,28 +230,34 @@ private slots:
 
     void flushesWhatWasHandedOver()
     {
-        QCOMPARE(startSingleInstance(), SingleInstanceStateMaster);
-        const auto stop = qScopeGuard([] { stopSingleInstance(); });
-        auto* const controller = SingleInstance::findController();
-        const quint16 port = SingleInstance::readMasterPort();
-        QVERIFY(handOver({"early"}, port, QDeadlineTimer(5000)));
-        QTRY_COMPARE(controller->peekMessages().size(), 1);
-        const auto inbox = std::make_shared<Inbox>(QList<QStringList>{{"older"}});
-        Inbox::fillFrom(*controller, inbox, [] {});
-        QCOMPARE(inbox->takeAll(), (QList<QStringList>{{"older"}, {"early"}}));
-        connect(controller, &SingleInstance::SingleInstanceController::messageReceived,
-                [] { QThread::msleep(3); }); // a slot that takes its time
-        const QStringList list(QString(32760, 'x')); // takes more than one turn
-        for (int i = 0; i < 20; ++i) {
-            std::array<QTcpSocket, 10> sockets;
-            for (QTcpSocket& socket : sockets) {
-                socket.connectToHost(QHostAddress::LocalHostIPv6, port);
-                socket.waitForConnected();
-                socket.write(SingleInstance::prefixed(SingleInstance::packArguments(list)));
-                socket.waitForBytesWritten();
+        qputenv("QT_NO_GLIB", "1"); // for a loop that serves its sockets in any order
+        const auto restore = qScopeGuard([] { qunsetenv("QT_NO_GLIB"); });
+        const QStringList list(QString(30000, 'x'));
+        for (int master = 0; master < 16; ++master) {
+            qSetGlobalQHashSeed(-1); // and in another one each time
+            QCOMPARE(startSingleInstance(), SingleInstanceStateMaster);
+            const auto stop = qScopeGuard([] { stopSingleInstance(); });
+            auto* const controller = SingleInstance::findController();
+            connect(controller, &SingleInstance::SingleInstanceController::messageReceived,
+                    [] { QThread::msleep(3); }); // a slot that takes its time
+            const quint16 port = SingleInstance::readMasterPort();
+            QVERIFY(handOver({"early"}, port, QDeadlineTimer(5000)));
+            QTRY_COMPARE(controller->peekMessages().size(), 1);
+            const auto inbox = std::make_shared<Inbox>(QList<QStringList>{{"older"}});
+            Inbox::fillFrom(*controller, inbox, [] {});
+            QCOMPARE(inbox->takeAll(), (QList<QStringList>{{"older"}, {"early"}}));
+
+            for (size_t launches = 1; launches <= 5; ++launches) {
+                std::vector<QTcpSocket> sockets(launches);
+                for (QTcpSocket& socket : sockets) {
+                    socket.connectToHost(QHostAddress::LocalHostIPv6, port);
+                    socket.waitForConnected();
+                    socket.write(SingleInstance::prefixed(SingleInstance::packArguments(list)));
+                    socket.waitForBytesWritten();
+                }
+                QVERIFY(inbox->flush(port));
+                QCOMPARE(inbox->takeAll().size(), int(launches));
             }
-            QVERIFY(inbox->flush(port));
-            QCOMPARE(inbox->takeAll().size(), int(sockets.size()));
         }
     }
 
