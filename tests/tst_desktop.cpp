@@ -116,8 +116,8 @@ private slots:
         Requests seen;
         if (change == "own")
             seen.makeItsOwnOwner(window.toUInt(nullptr, 16));
-        output("sh", {"-c", change, window});
         QVERIFY(putOtherInFront());
+        output("sh", {"-c", change, window});
         seen.take();
         qputenv("DESKTOP_STARTUP_ID", "id_TIME1");
         QVERIFY(!view({"/dev/null"})->waitForLine("viewer: handed over.*").isEmpty());
