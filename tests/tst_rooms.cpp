@@ -189,7 +189,7 @@ private slots:
         QFETCH(QString, change);
         QFETCH(QString, warning);
         if (change.startsWith("chown") && ::geteuid() != 0)
-            QSKIP("root alone can give a file away");
+            QSKIP("root alone can give a file away", 0);
         const QString file = home->filePath("waiting.lists");
         const QList<QStringList> lists = {{"A", QString()}, {}, {QString(100000, 'x')}};
         QVERIFY(addWaitingLists(file, lists.mid(0, 1)) && addWaitingLists(file, lists.mid(1)));

@@ -21,7 +21,7 @@ inline void addTable(const QString& name)
 {
     QStringList lines = tableLines(name);
     lines.removeAll(QString());
-    const QRegularExpression border("\\s+\\|\\s+");
+    const QRegularExpression border(R"(\s+\|\s+)");
     static std::set<QByteArray> columns; // whose letters have to stay
     for (const QString& column : lines.takeFirst().split(border).mid(1))
         QTest::addColumn<QString>(*columns.insert(column.toLatin1()).first);
