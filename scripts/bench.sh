@@ -7,10 +7,12 @@ cd "$(dirname "$0")/.."
 
 # shellcheck disable=SC2086
 require_packages $build_packages $desktop_packages libbenchmark-dev python3
-quietly cmake --preset release -DSINGLEINSTANCE_BUILD_BENCHMARKS=ON
-quietly cmake --build --preset release
+preset=release
+[ "${1:-}" != --try ] || preset=dev # which is built already
+quietly cmake --preset "$preset" -DSINGLEINSTANCE_BUILD_BENCHMARKS=ON
+quietly cmake --build --preset "$preset"
 
-programs=$PWD/build/release/benchmarks
+programs=$PWD/build/$preset/benchmarks
 results=$PWD/build/bench
 rm -rf "$results"
 mkdir "$results"

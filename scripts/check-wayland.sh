@@ -10,11 +10,8 @@ cd "$(dirname "$0")/.."
 require_packages $build_packages $wayland_packages python3-minimal qt6-base-dev
 rounds=3
 [ "${1:-}" != --long ] || rounds=20
-for qt in 5 6; do
-    quietly cmake -G Ninja -S . -B "build/wayland-qt$qt" -DCMAKE_BUILD_TYPE=Release \
-        "-DSINGLEINSTANCE_QT=$qt" -DSINGLEINSTANCE_BUILD_TESTS=OFF
-    quietly cmake --build "build/wayland-qt$qt" --target SingleInstanceViewer
-done
+build dev SingleInstanceViewer
+build qt6 SingleInstanceViewer
 
 # sway refuses root, and another user may not look into our folders.
 home=$(mktemp -d)
@@ -31,8 +28,10 @@ trap remove_home EXIT
 mkdir "$home/bin"
 cp scripts/wayland-token.py "$home/bin"
 for qt in 5 6; do
+    built=build/dev
+    [ "$qt" = 5 ] || built=build/qt6
     mkdir "$home/bin/$qt"
-    cp "build/wayland-qt$qt/examples/viewer" "build/wayland-qt$qt/HostKit/"libHostKit*.so.1 "$home/bin/$qt"
+    cp "$built/examples/viewer" "$built/HostKit/"libHostKit*.so.1 "$home/bin/$qt"
 done
 chmod -R a+rX "$home"
 printf '%s\n' 'focus_on_window_activation focus' 'default_border none' >"$home/sway.conf"

@@ -1,17 +1,19 @@
 #!/bin/sh
-# Repeats the faults of docs/reliability.md many times, and prints its table. Builds, and then takes
-# twenty minutes at most.
-# With --try, repeats each a few times.
+# Repeats the faults of docs/reliability.md many times, and prints its table; then tries whether the
+# tests notice slips in the code. Builds, and takes half an hour at most.
+# With --try, repeats each a few times, and tries no slips.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
 
 # shellcheck disable=SC2086
 require_packages $build_packages $desktop_packages $test_packages clang libclang-rt-14-dev
-build release
+preset=release
+[ "${1:-}" != --try ] || preset=dev # which is built already
+build "$preset"
 build asan SingleInstance_fuzz_receiver
 
-tests=$PWD/build/release/tests
+tests=$PWD/build/$preset/tests
 logs=$PWD/build/soak
 rm -rf "$logs"
 mkdir -p "$logs/fuzz"
@@ -89,4 +91,5 @@ rows repeat_in_own_network tst_processes takesThePlaceOfAMasterThatCannotBeReach
 rows repeat tst_processes startsAfterAKill
 rows repeat tst_endurance recoversFromAFlood
 rows fuzz "$inputs"
+[ "${1:-}" = --try ] || scripts/mutate.sh || failed=1
 exit "$failed"
