@@ -79,17 +79,15 @@ fuzz() {
 }
 
 printf '| fault | outcome |\n|---|---|\n'
-export STORM_ROUNDS=100 QUIT_ROUNDS=100 KILL_ROUNDS=300 UNREACHABLE_ROUNDS=10 FLOOD_ROUNDS=10
+export STORM_ROUNDS=100 KILL_ROUNDS=300 UNREACHABLE_ROUNDS=10 FLOOD_ROUNDS=10
 inputs=500000
 if [ "${1:-}" = --try ]; then
-    export STORM_ROUNDS=2 QUIT_ROUNDS=2 KILL_ROUNDS=5 UNREACHABLE_ROUNDS=1 FLOOD_ROUNDS=1
+    export STORM_ROUNDS=2 KILL_ROUNDS=5 UNREACHABLE_ROUNDS=1 FLOOD_ROUNDS=1
     inputs=2000
 fi
-rows repeat tst_processes launchesAtOnce
-rows repeat_on_display tst_quits losesNoList
-rows repeat_in_own_network tst_processes takesThePlaceOfAMasterThatCannotBeReached
-rows repeat tst_processes startsAfterAKill
-rows repeat tst_endurance recoversFromAFlood
+rows repeat_on_display tst_sessions servesEachLaunch startsAfterAKill
+rows repeat_in_own_network tst_sessions takesThePlaceOfAMasterThatCannotBeReached
+rows repeat tst_controller recoversFromAFlood
 rows fuzz "$inputs"
 [ "${1:-}" = --try ] || scripts/mutate.sh || failed=1
 exit "$failed"

@@ -4,6 +4,7 @@
 #include "MessageSender.h"
 #include "Registry.h"
 #include "ScriptedHost.h"
+#include "SettingsSlot.h"
 #include "SingleInstanceController.h"
 #include "Table.h"
 
@@ -12,10 +13,14 @@
 
 #include <atomic>
 #include <cerrno>
+#include <ctime>
 #include <future>
+#include <mutex>
 #include <set>
 #include <vector>
 
+#include <malloc.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -25,6 +30,8 @@ using namespace SingleInstance;
 namespace {
 
 std::set<int> refusedFamilies; // by bind(), as on a machine that lacks them
+std::mutex accepting;
+std::atomic<bool> acceptFails = false;
 
 constexpr DWORD gone = 0; // the owner of a window that is no more
 std::vector<DWORD> windowOwners; // of each window, topmost first
@@ -70,7 +77,15 @@ BOOL SetForegroundWindow(HWND window)
     return FALSE; // nobody looks at it
 }
 
-/* Takes the place of the C library's, for Qt as well. */
+/* These take the place of the C library's, for Qt as well. */
+extern "C" __attribute__((visibility("default"))) int accept4(int socket, sockaddr* address,
+                                                              socklen_t* length, int flags)
+{
+    const std::lock_guard<std::mutex> lock(accepting);
+    errno = EMFILE;
+    return acceptFails ? -1 : int(::syscall(SYS_accept4, socket, address, length, flags));
+}
+
 extern "C" __attribute__((visibility("default"))) int bind(int socket, const sockaddr* address,
                                                            socklen_t length) noexcept
 {
@@ -99,9 +114,61 @@ struct Application {
     std::unique_ptr<QCoreApplication> application;
 };
 
+/* That of a master in this process. */
+struct Master : Application {
+    const SingleInstanceState state = startSingleInstance();
+    SingleInstanceController* const controller = findController();
+
+    /* Whether nothing arrives for a while, for which hardly any time is spent. */
+    bool rests(int milliseconds) const
+    {
+        const std::clock_t before = std::clock();
+        const auto receives = [this] { return !controller->peekMessages().isEmpty(); };
+        return !QTest::qWaitFor(receives, milliseconds)
+            && std::clock() - before < milliseconds * (CLOCKS_PER_SEC / 2000);
+    }
+};
+
 bool handOver(const QStringList& list)
 {
     return sendToMaster(packArguments(list));
+}
+
+/* Returns whether \a name arrives. */
+bool reaches(SingleInstanceController* controller, const QString& name)
+{
+    return handOver({name})
+        && QTest::qWaitFor([&] { return controller->takeMessages().contains({name}); });
+}
+
+int openFiles()
+{
+    return int(QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size());
+}
+
+/* Sets the soft limit of open files. */
+void limitFiles(int count)
+{
+    rlimit limit = {};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min(rlim_t(count), limit.rlim_max);
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+/* Connects all to the master, and has each send \a bytes. */
+void connectAll(std::vector<QTcpSocket>& clients, const QByteArray& bytes, bool reset = false)
+{
+    static const bool hasIPv6 = QTcpServer().listen(QHostAddress::LocalHostIPv6);
+    const linger end = {reset, 0};
+    for (QTcpSocket& client : clients) {
+        client.connectToHost(hasIPv6 ? QHostAddress::LocalHostIPv6 : QHostAddress::LocalHost,
+                             readMasterPort());
+        if (!client.waitForConnected())
+            qFatal("no connection");
+        ::setsockopt(int(client.socketDescriptor()), SOL_SOCKET, SO_LINGER, &end, sizeof end);
+        client.write(bytes);
+        client.waitForBytesWritten();
+    }
 }
 
 /* The lines of this machine, where IPv6 may be missing, as one that has it writes them. */
@@ -249,19 +316,17 @@ private slots:
     void servesTwoThreads()
     {
         constexpr int lists = 1000;
-        const Application application;
-        startSingleInstance();
-        auto* const controller = findController();
+        const Master master;
         std::atomic<int> taken = 0;
         const QDeadlineTimer deadline(20000);
         const auto taking = std::async(std::launch::async, [&] {
             while (taken < lists && !deadline.hasExpired())
-                taken += int(controller->takeMessages().size());
+                taken += int(master.controller->takeMessages().size());
         });
         for (int i = 0; i < lists; ++i) {
             QVERIFY(handOver({"x"}));
             while (taken + 20 < i && !deadline.hasExpired()) // the kernel keeps 50
-                controller->peekMessages();
+                master.controller->peekMessages();
         }
         taking.wait();
         QCOMPARE(taken.load(), lists);
@@ -308,6 +373,109 @@ private slots:
             QCOMPARE(port, isOvertaken ? 7u : 0u); // another's stays
         }
     }
+
+    void recoversFromAFlood_data()
+    {
+        QTest::addColumn<QByteArray>("sent");
+        QTest::newRow("that are idle") << QByteArray();
+        QTest::newRow("with half a prefix") << QByteArray("\x12");
+        QTest::newRow("with half a message") << prefixed(QByteArray(60000, 'x')).left(30000);
+        QTest::newRow("that reset") << QByteArray("\x12\0\0", 3);
+    }
+
+    void recoversFromAFlood()
+    {
+        QFETCH(QByteArray, sent);
+        const bool reset = sent.size() == 3;
+        const int count = rounds("FLOOD_ROUNDS", 1);
+        limitFiles(2200); // for a thousand connections, of which both ends are ours
+        const Master master;
+        for (int round = 0; round < count; ++round) {
+            QVERIFY(reaches(master.controller, "before"));
+            const size_t memory = ::mallinfo2().uordblks;
+            const int files = openFiles();
+            std::vector<QTcpSocket> clients(1000);
+            connectAll(clients, sent, reset);
+            QVERIFY(reaches(master.controller, "among them"));
+            QVERIFY(master.rests(300));
+            clients = std::vector<QTcpSocket>();
+            QTRY_COMPARE(openFiles(), files);
+            QVERIFY(reaches(master.controller, "after"));
+            QVERIFY(::mallinfo2().uordblks < memory + (1 << 20));
+        }
+        qInfo("1,000 connections %s: %d rounds, recovered each time", QTest::currentDataTag(),
+              count);
+    }
+
+    void starvesQuietly_data()
+    {
+        QTest::addColumn<size_t>("idle"); // connections before
+        QTest::newRow("before the first connection") << size_t(0);
+        QTest::newRow("behind idle connections") << size_t(48);
+    }
+
+    void starvesQuietly()
+    {
+        QFETCH(size_t, idle);
+        const Master master;
+        limitFiles(openFiles() + 100);
+        const auto restore = qScopeGuard([] { limitFiles(2200); });
+        std::vector<QTcpSocket> clients(idle);
+        {
+            const std::lock_guard<std::mutex> lock(accepting);
+            connectAll(clients, {}); // which are accepted in a row, then
+        }
+        QTRY_VERIFY(idle == 0 || openFiles() > 70); // as many as it takes
+        ScriptedHost::takeLog();
+        std::vector<int> used; // by the host, for something else: all that there are
+        for (int file = ::dup(0); file >= 0; file = ::dup(0))
+            used.push_back(file);
+        QVERIFY(used.size() > 16); // left to the host
+
+        ::close(used.back());
+        used.pop_back();
+        std::vector<QTcpSocket> last(1);
+        connectAll(last, prefixed(packArguments({"starved"})));
+        QVERIFY(master.rests(1000)); // the kernel's queue has it
+        QCOMPARE(ScriptedHost::takeLog(), QStringList());
+
+        std::for_each(used.begin(), used.end(), ::close);
+        clients = std::vector<QTcpSocket>();
+        QTRY_COMPARE(master.controller->peekMessages(), QList<QStringList>{{"starved"}});
+        last = std::vector<QTcpSocket>();
+        QVERIFY(reaches(master.controller, "late"));
+    }
+
+    /* As when another thread takes the last descriptor at that moment. */
+    void acceptsAfterAFailure()
+    {
+        const Master master;
+        acceptFails = true;
+        QVERIFY(handOver({"x"}));
+        QVERIFY(master.rests(200));
+        acceptFails = false;
+        QTRY_COMPARE(master.controller->peekMessages().size(), 1);
+    }
+
+#ifndef TESTS_SANITIZED // which takes what a cancelled thread leaves on its stack for errors
+    void stopsInSpiteOfASlotThatHangs()
+    {
+        const Master master;
+        QSemaphore entered;
+        connect(master.controller, &SingleInstanceController::messageReceived, [&entered] {
+            entered.release();
+            QThread::sleep(600);
+        });
+        QVERIFY(handOver({"x"}));
+        QVERIFY(entered.tryAcquire(1, 5000));
+        const QVariant port = ScriptedHost::state()->settings["MasterPort"];
+        ScriptedHost::takeLog();
+        stopSingleInstance();
+        QCOMPARE(ScriptedHost::takeLog()[2], "3 master thread closing too long so terminate it...");
+        QCOMPARE(ScriptedHost::state()->settings["MasterPort"], port);
+        QCOMPARE(startSingleInstance(), SingleInstanceStateMaster); // it is no hindrance
+    }
+#endif
 };
 
 QTEST_APPLESS_MAIN(ControllerTest)

@@ -1,5 +1,4 @@
-#include "Desktop.h"
-#include "Table.h"
+#include "Processes.h"
 
 #include <HostKit/LaunchLock.h>
 
@@ -78,11 +77,33 @@ private slots:
         QVERIFY(!otherWindow.isEmpty());
     }
 
+    void opensWhatItCan()
+    {
+        const QString odd = QString::fromUtf8("Bücher & 本.txt");
+        output("sh",
+               {"-c", "cd \"$0\"; head -c 9 /dev/zero >binary; echo a >\"$1\"", home.path(), odd});
+        const auto says = [](const Launch& viewer, const QString& pattern) {
+            return !viewer->waitForLine(".* " + pattern).isEmpty();
+        };
+        const auto master = view({"/dev", "binary", "file:///no%6Ee"});
+        QVERIFY(says(master, "not opened: “/dev” is a folder\\."));
+        QVERIFY(says(master, "not opened: “.*/binary” is not a text file\\."));
+        QVERIFY(says(master, "not opened: There is no file “/none”\\."));
+        const auto second = view({odd, "/dev/zero", "/proc/self/mem", "\x1b[7m"});
+        QVERIFY(says(second, "handed over to the window that is open"));
+        QVERIFY(says(master, "message received: .*\\\\x1b\\[7m"));
+        QVERIFY(says(master, "opened .*/" + QRegularExpression::escape(odd)));
+        QVERIFY(says(master, "not opened: “/dev/zero” is not a regular.*"));
+        QVERIFY(says(master, "not opened: “/proc/self/mem” cannot be read.*"));
+        const auto alone = view({odd}, "binary/below");
+        QVERIFY(says(alone, "Settings: cannot write .*: Not a directory"));
+        QVERIFY(says(alone, "opened .*/" + QRegularExpression::escape(odd)));
+    }
+
     void bringsTheDialogForwardWithItsWindow()
     {
-        QFile large(home.filePath("large.txt"));
-        QVERIFY(large.open(QIODevice::WriteOnly) && large.write(QByteArray(2 << 20, 'x')) > 0);
-        large.close();
+        output("sh",
+               {"-c", "head -c 2M /dev/zero | tr '\\0' x >\"$0\"", home.filePath("large.txt")});
         const auto master = view();
         const QString window = windowOf(*master);
         QVERIFY(!window.isEmpty());

@@ -3,19 +3,22 @@
 #include <Core/Invokator.h>
 #include <Core/Settings.h>
 
+#include <mutex>
+
 namespace ScriptedHost {
 
-Access state()
+std::shared_ptr<State> state()
 {
     static std::recursive_mutex mutex;
     static State state;
-    return {std::unique_lock(mutex), &state};
+    mutex.lock();
+    return {&state, [](State*) { mutex.unlock(); }};
 }
 
 void reset()
 {
     static const QString prefix = QStringLiteral("SingleInstanceController: ");
-    *state().state = {};
+    *state() = {};
     HostKit::setLogLevel(HostKit::LogLevel::Trace);
     HostKit::setLogSink([](HostKit::LogLevel level, const QString& text) {
         QString line = text;
@@ -38,10 +41,7 @@ using ScriptedHost::state;
 
 void Invokator::invokeInCurrentThread(std::function<void()> function, QObject* context)
 {
-    if (state()->holdsInvoked)
-        state()->invoked.append(function);
-    else
-        QMetaObject::invokeMethod(context, std::move(function), Qt::QueuedConnection);
+    QMetaObject::invokeMethod(context, std::move(function), Qt::QueuedConnection);
 }
 
 Settings* Settings::getInstance()

@@ -3,11 +3,10 @@
 #include <HostKit/Log.h>
 
 #include <QtCore/QHash>
-#include <QtCore/QList>
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
 
-#include <mutex>
+#include <memory>
 
 #pragma GCC visibility push(default) // also in a library that hides its symbols
 
@@ -21,17 +20,10 @@ struct State {
     QStringList log; // "level text", without the prefix that all lines have to carry
     QVariantList portReads; // answers to the next reads of the port, before the stored value
     QHash<QString, QVariant> settings;
-    bool holdsInvoked = false; // keeps what is to be invoked instead
-    QList<std::function<void()>> invoked;
 };
 
-/*! The state, locked for as long as this object lives. */
-struct Access {
-    State* operator->() const { return state; }
-    std::unique_lock<std::recursive_mutex> lock;
-    State* state;
-};
-Access state();
+/*! The state, locked for as long as what is returned lives. */
+std::shared_ptr<State> state();
 
 /*! Forgets everything and lets all lines through to the log. */
 void reset();

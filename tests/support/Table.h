@@ -4,13 +4,17 @@
 
 #include <set>
 
+/* Returns what is in a file, or nothing. */
+inline QString contentOf(const QString& name)
+{
+    QFile file(name);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
 /* Returns what stands in the tables of the tests under \a name, line by line. */
 inline QStringList tableLines(const QString& name)
 {
-    QFile file(TABLES + name);
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("no table");
-    return QString::fromUtf8(file.readAll()).split('\n');
+    return contentOf(TABLES + name).split('\n');
 }
 
 /*
@@ -31,4 +35,10 @@ inline void addTable(const QString& name)
         for (const QString& field : fields)
             row << (field == "." ? QString() : field);
     }
+}
+
+/* Returns how often to repeat a fault: as often as the environment says, or \a usual. */
+inline int rounds(const char* variable, int usual)
+{
+    return qEnvironmentVariableIsSet(variable) ? qEnvironmentVariableIntValue(variable) : usual;
 }

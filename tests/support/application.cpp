@@ -27,9 +27,7 @@
 #include <HostKit/Launch.h>
 #include <HostKit/Log.h>
 
-#include <QtCore/QEventLoop>
 #include <QtCore/QFile>
-#include <QtCore/QPointer>
 #include <QtCore/QProcess>
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QThread>
@@ -58,63 +56,24 @@ extern "C" __attribute__((visibility("default"))) int dlclose(void* /*library*/)
 namespace {
 
 const QByteArray shape = qgetenv("SHAPE");
+const bool hasWindow = QByteArrayList{"closing", "deleted", "child", "quick"}.contains(shape);
 bool isQuitting = false;
-std::unique_ptr<QEventLoop> ownLoop;
-std::unique_ptr<QQmlApplicationEngine> engine;
-QPointer<QWidget> widget;
+std::function<void()> quit = QCoreApplication::quit;
 
-bool hasWindow()
+void say(const QByteArray& what, const QStringList& arguments = {})
 {
-    return shape == "quick" || shape == "closing" || shape == "deleted" || shape == "child";
-}
-
-void say(const QString& line)
-{
-    std::puts(qPrintable(line));
+    const QByteArray line = what + arguments.join('|').toUtf8() + '\n';
+    std::fputs(line.constData(), stdout);
     std::fflush(stdout);
     QFile log(qEnvironmentVariable("LAUNCH_LOG"));
     if (!log.fileName().isEmpty() && log.open(QIODevice::Append | QIODevice::Unbuffered))
-        log.write(QByteArray::number(::getpid()) + ' ' + line.toUtf8() + '\n');
-}
-
-void say(const char* what, const QStringList& arguments)
-{
-    say(QLatin1String(what) + arguments.join(QLatin1Char('|')));
+        log.write(QByteArray::number(::getpid()) + ' ' + line);
 }
 
 void beginEnd()
 {
     if (!std::exchange(isQuitting, true))
-        say(QStringLiteral("ends"));
-}
-
-class Window : public QWidget {
-public:
-    bool event(QEvent* event) override
-    {
-        if (event->type() == QEvent::Close)
-            beginEnd();
-        return QWidget::event(event);
-    }
-};
-
-QWindow* quickWindow()
-{
-    return engine ? qobject_cast<QWindow*>(engine->rootObjects().value(0)) : nullptr;
-}
-
-bool isSeen()
-{
-    return engine ? quickWindow()->isVisible()
-                  : !qApp->inherits("QApplication") || (widget && widget->isVisible());
-}
-
-void quit()
-{
-    if (ownLoop)
-        ownLoop->quit();
-    else
-        QCoreApplication::quit();
+        say("ends");
 }
 
 void obey(const QByteArray& command)
@@ -127,10 +86,8 @@ void obey(const QByteArray& command)
         QTimer::singleShot(0, qApp, quit);
     } else if (command == "exit") {
         std::exit(3);
-    } else if (command == "close" && widget) {
-        widget->close();
-    } else if (command == "close" && engine) {
-        quickWindow()->close();
+    } else if (command == "close") {
+        QGuiApplication::topLevelWindows().first()->close();
     } else {
         if (command == "restart")
             QProcess::startDetached(QCoreApplication::applicationFilePath(), {});
@@ -142,8 +99,11 @@ void obey(const QByteArray& command)
 
 void show(const QStringList& arguments)
 {
-    say(isQuitting ? "late " : isSeen() ? "list " : "hidden ", arguments);
-    if (QCoreApplication::arguments().contains(QLatin1String("once")))
+    const auto windows = hasWindow ? QGuiApplication::topLevelWindows() : QWindowList();
+    const bool isSeen =
+        !hasWindow || std::any_of(windows.begin(), windows.end(), std::mem_fn(&QWindow::isVisible));
+    say(isQuitting ? "late " : isSeen ? "list " : "hidden ", arguments);
+    if (QCoreApplication::arguments().contains("once"))
         obey("quit");
 }
 
@@ -160,37 +120,31 @@ std::unique_ptr<QSocketNotifier> listenTo(int file)
     return notifier;
 }
 
-template <typename Receiver> void receive(InstanceSession* session, Receiver* receiver)
+int runWithWindow(std::unique_ptr<InstanceSession> session)
 {
-    QObject::connect(session, &InstanceSession::argumentsReceived, receiver, show);
-}
-
-int runWindow(std::unique_ptr<InstanceSession> session)
-{
-    widget = new Window; // deletes itself, or is left
-    if (shape != "deleted")
-        widget->setAttribute(Qt::WA_DeleteOnClose);
-    else
-        QObject::connect(qApp, &QCoreApplication::aboutToQuit, widget, &QObject::deleteLater);
-    receive(session.get(), widget.data());
+    std::unique_ptr<QQmlApplicationEngine> engine;
+    QObject* window = nullptr;
+    if (shape == "quick") {
+        engine = std::make_unique<QQmlApplicationEngine>();
+        engine->loadData("import QtQuick 2.0\nimport QtQuick.Window 2.0\n"
+                         "Window { visible: true; width: 100; height: 100 }");
+        window = engine->rootObjects().value(0);
+    } else {
+        auto* const widget = new QWidget; // deletes itself, or is left
+        widget->setAttribute(Qt::WA_DeleteOnClose, shape != "deleted");
+        if (shape == "deleted")
+            QObject::connect(qApp, &QCoreApplication::aboutToQuit, widget, &QObject::deleteLater);
+        widget->show();
+        window = widget;
+    }
+    QObject::connect(session.get(), &InstanceSession::argumentsReceived, window, show);
+    QObject::connect(qGuiApp, &QGuiApplication::lastWindowClosed, beginEnd);
     if (shape == "child")
-        session.release()->setParent(widget);
-    widget->show();
-    return QApplication::exec();
+        session.release()->setParent(window);
+    return QGuiApplication::exec();
 }
 
-int runQuick(InstanceSession* session)
-{
-    engine = std::make_unique<QQmlApplicationEngine>();
-    engine->loadData("import QtQuick 2.0\nimport QtQuick.Window 2.0\n"
-                     "Window { visible: true; width: 100; height: 100 }");
-    receive(session, quickWindow());
-    const int result = QGuiApplication::exec();
-    engine.reset();
-    return result;
-}
-
-int runWithoutWindows(InstanceSession* session)
+int runWithoutWindow(InstanceSession* session)
 {
     if (shape == "prelude") {
         QTimer::singleShot(10, qApp, &QCoreApplication::quit);
@@ -199,43 +153,34 @@ int runWithoutWindows(InstanceSession* session)
     if (shape == "deaf")
         QTimer::singleShot(200, qApp, [] { obey("quit"); });
     else
-        receive(session, qApp);
+        QObject::connect(session, &InstanceSession::argumentsReceived, qApp, show);
     QTimer work;
     if (shape == "busy")
         work.start(0);
+    QEventLoop loop;
     if (shape != "loop")
         return QCoreApplication::exec();
-    ownLoop = std::make_unique<QEventLoop>();
-    return ownLoop->exec();
+    quit = [&loop] { loop.quit(); };
+    return loop.exec();
 }
 
 int run()
 {
+    if (shape == "bare") {
+        say("state " + QByteArray::number(startSingleInstance()));
+        return stopSingleInstance();
+    }
     if (shape != "prelude") // where it is not the end
         QObject::connect(qApp, &QCoreApplication::aboutToQuit, beginEnd);
     auto session = std::make_unique<InstanceSession>();
     if (qEnvironmentVariableIsSet("RESTART"))
-        session->setRestartCommand(
-            qEnvironmentVariable("RESTART").split(QLatin1Char('\n'), Qt::SkipEmptyParts));
-    say(QStringLiteral("state %1").arg(session->state()));
-    if (hasWindow())
+        session->setRestartCommand(qEnvironmentVariable("RESTART").split('\n', Qt::SkipEmptyParts));
+    say("state " + QByteArray::number(session->state()));
+    if (hasWindow)
         say("arguments ", QCoreApplication::arguments().mid(1));
     if (session->state() != SingleInstanceStateMaster)
-        return 0;
-    if (shape == "quick")
-        return runQuick(session.get());
-    if (qApp->inherits("QApplication"))
-        return runWindow(std::move(session));
-    return runWithoutWindows(session.get());
-}
-
-std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv)
-{
-    if (shape == "quick")
-        return std::make_unique<QGuiApplication>(argc, argv);
-    if (hasWindow())
-        return std::make_unique<QApplication>(argc, argv);
-    return std::make_unique<QCoreApplication>(argc, argv);
+        return session->state() - SingleInstanceStateSecondary;
+    return hasWindow ? runWithWindow(std::move(session)) : runWithoutWindow(session.get());
 }
 
 } // namespace
@@ -245,25 +190,25 @@ int main(int argc, char* argv[])
     if (shape == "early")
         return InstanceSession().state();
     ::alarm(60);
-    const QString name = QStringLiteral("application");
-    std::unique_ptr<HostKit::Launch> launch;
-    if (hasWindow())
-        launch = std::make_unique<HostKit::Launch>(
-            argc, argv, QString(), name,
-            QStringList{QStringLiteral("--note"), QStringLiteral("new")});
-    if (launch && launch->isHandedOver()) {
-        say(QStringLiteral("state 2"));
-        return 0;
-    }
-    const auto application =
-        makeApplication(launch ? launch->argc() : argc, launch ? launch->argv() : argv);
-    QCoreApplication::setApplicationName(name);
     HostKit::setLogSink(HostKit::writeToStandardError);
     HostKit::catchQtMessages(true);
-    if (shape == "bare") {
-        say(QStringLiteral("state %1").arg(startSingleInstance()));
-        return stopSingleInstance();
+    std::unique_ptr<HostKit::Launch> launch;
+    std::unique_ptr<QCoreApplication> application;
+    if (hasWindow) {
+        launch = std::make_unique<HostKit::Launch>(argc, argv, QString(), "application",
+                                                   QStringList{"--note", "new"});
+        if (launch->isHandedOver()) {
+            say("state 2");
+            return 0;
+        }
+        if (shape == "quick")
+            application = std::make_unique<QGuiApplication>(launch->argc(), launch->argv());
+        else
+            application = std::make_unique<QApplication>(launch->argc(), launch->argv());
+    } else {
+        application = std::make_unique<QCoreApplication>(argc, argv);
     }
+    QCoreApplication::setApplicationName("application");
     // One that a session started inherits an input that ends.
     const auto input = argc > 1 ? listenTo(STDIN_FILENO) : nullptr;
     const int file = ::open(qgetenv("LAUNCH_LIFE").constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);

@@ -1,0 +1,226 @@
+#pragma once
+
+#include "Table.h"
+
+#include <QtCore/QTemporaryDir>
+
+#include <csignal>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+/* A process of a test. It is killed with the object; what it said is shown when a check fails. */
+class Process : public QProcess {
+public:
+    explicit Process(const QString& program, const QStringList& arguments = {},
+                     const QString& folder = {})
+    {
+        setWorkingDirectory(folder);
+        setProcessChannelMode(MergedChannels);
+        start(program, arguments);
+    }
+    ~Process() override
+    {
+        if (QTest::currentTestFailed())
+            qInfo().noquote() << program() << arguments() << "said:\n" << said;
+        kill();
+        waitForFinished();
+    }
+    Q_DISABLE_COPY_MOVE(Process)
+
+    /* Waits for a whole line that \a pattern matches, behind the last one; returns it, if in time.
+     */
+    QString waitForLine(const QString& pattern)
+    {
+        const QRegularExpression line("^" + pattern + "$", QRegularExpression::MultilineOption);
+        QRegularExpressionMatch found;
+        const auto appears = [&] {
+            said += readAll();
+            const QByteArray lines = said.left(said.lastIndexOf('\n') + 1);
+            found = line.match(QString::fromUtf8(lines), position);
+            return found.hasMatch();
+        };
+        if (QTest::qWaitFor(appears, 20000))
+            position = int(found.capturedEnd());
+        return found.captured();
+    }
+
+    /* Waits for the end; returns all lines. */
+    QStringList waitForEnd()
+    {
+        if (state() != NotRunning)
+            waitForFinished();
+        said += readAll();
+        return QString::fromUtf8(said).split('\n', Qt::SkipEmptyParts);
+    }
+
+    void command(const QByteArray& line)
+    {
+        write(line + '\n');
+        waitForBytesWritten();
+    }
+
+    void signal(int number)
+    {
+        const auto id = static_cast<pid_t>(processId());
+        if (id > 0) // it may have ended, and 0 would mean ourselves
+            ::kill(id, number);
+    }
+
+    /* Stops it; returns whether all its threads have by now. */
+    bool stop()
+    {
+        signal(SIGSTOP);
+        siginfo_t stopped;
+        return ::waitid(P_PID, id_t(processId()), &stopped, WSTOPPED) == 0;
+    }
+
+private:
+    QByteArray said;
+    int position = 0;
+};
+
+using Launch = std::unique_ptr<Process>;
+
+/* Of support/application.cpp, whose last argument is its name. */
+inline Launch launch(const QStringList& arguments = {"/own"}, const QString& folder = {})
+{
+    return std::make_unique<Process>(PROGRAMS "application", arguments, folder);
+}
+
+/* Returns nothing if it is no master. */
+inline Launch launchMaster(const QStringList& arguments = {"/own"})
+{
+    Launch master = launch(arguments);
+    return master->waitForLine("state .*") == "state 1" ? std::move(master) : nullptr;
+}
+
+/* Returns the state that the launch came to. */
+inline QString launched(const QString& name)
+{
+    return launch({name})->waitForLine("state .*");
+}
+
+/*
+ * The processes of one application in a settings folder of their own, those included that were
+ * started by others of them. What they say is in one log, in its order; they end with this object.
+ */
+class Family {
+public:
+    Family()
+    {
+        ::mkfifo(path("life").constData(), S_IRWXU);
+        const int reader = ::open(path("life").constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        life = ::open(path("life").constData(), O_WRONLY | O_CLOEXEC);
+        ::close(reader);
+        qputenv("XDG_CONFIG_HOME", path("settings"));
+        qputenv("LAUNCH_LIFE", path("life"));
+        qputenv("LAUNCH_LOG", path("log"));
+    }
+    ~Family()
+    {
+        if (QTest::currentTestFailed())
+            qInfo().noquote() << lines().join('\n');
+        ::close(life);
+        if (!QTest::qWaitFor([this] { return haveEnded(); }))
+            qWarning("a process stays");
+        for (const char* const variable : {"XDG_CONFIG_HOME", "LAUNCH_LIFE", "LAUNCH_LOG"})
+            qunsetenv(variable);
+    }
+    Q_DISABLE_COPY_MOVE(Family)
+
+    QByteArray path(const char* name) const { return QFile::encodeName(folder.filePath(name)); }
+
+    /* "process line" each. */
+    QStringList lines(const QString& pattern = ".*") const
+    {
+        return contentOf(path("log"))
+            .split('\n', Qt::SkipEmptyParts)
+            .filter(QRegularExpression("^\\d+ " + pattern + "$"));
+    }
+
+    /* Waits until that was said; returns whether it was in time. */
+    bool said(const QString& line) const
+    {
+        return QTest::qWaitFor([&] { return !lines(line).isEmpty(); }, 20000);
+    }
+
+    /* Each of them reads its pipe. */
+    bool haveEnded() const
+    {
+        const int pipe = ::open(path("life").constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        return pipe < 0 || ::close(pipe) != 0;
+    }
+
+    /* Waits until the list of \a launch is shown, unless it is a master; returns whether it is. */
+    bool isServed(Process& launch)
+    {
+        const QString state = launch.waitForLine("state .*");
+        handedOver += state == "state 2" ? 1 : 0;
+        return state == "state 1"
+            || (state == "state 2" && said("list " + launch.arguments().last()));
+    }
+
+    /* Whether there was never a second master before the first began to end, and no list was shown
+     * twice, by one that was about to end, or in a window that is not to be seen. */
+    bool isInOrder() const
+    {
+        int masters = 0;
+        for (const QString& line : lines()) {
+            masters += int(line.endsWith(" state 1")) - int(line.endsWith(" ends"));
+            if (masters > 1)
+                return false;
+        }
+        QStringList shown = lines("list .*").replaceInStrings(QRegularExpression("^\\d+"), {});
+        return shown.removeDuplicates() == 0 && lines("(late|hidden) .*").isEmpty();
+    }
+
+    int handedOver = 0; // of those that are served
+
+private:
+    QTemporaryDir folder;
+    int life = -1;
+};
+
+inline QString output(const QString& program, const QStringList& arguments)
+{
+    Process process(program, arguments);
+    return process.waitForEnd().join('\n');
+}
+
+inline QString rootProperty(const QString& name)
+{
+    return output("xprop", {"-root", "-notype", name}).section(QRegularExpression(" (=|#) "), 1);
+}
+
+inline QString activeWindow()
+{
+    return rootProperty("_NET_ACTIVE_WINDOW");
+}
+
+/* From the bottom up. */
+inline QStringList stacking()
+{
+    return rootProperty("_NET_CLIENT_LIST_STACKING").split(", ");
+}
+
+inline bool becomesActive(const QString& window)
+{
+    return QTest::qWaitFor([&] { return activeWindow() == window; }, 20000);
+}
+
+/* Returns the active window, once it is one of \a process. */
+inline QString windowOf(const Process& process)
+{
+    QString window;
+    const auto isThere = [&] {
+        window = activeWindow();
+        return stacking().contains(window)
+            && output("xprop", {"-id", window, "-notype", "_NET_WM_PID"})
+                   .endsWith(QString(" = %1").arg(process.processId()));
+    };
+    return QTest::qWaitFor(isThere, 20000) ? window : QString();
+}

@@ -1,0 +1,379 @@
+#include "Processes.h"
+
+#include <HostKit/LaunchLock.h>
+
+#include <QtNetwork/QTcpServer>
+#include <QtNetwork/QTcpSocket>
+
+#include <vector>
+
+#include <sys/file.h>
+
+namespace {
+
+bool write(const QString& name, const QByteArray& content)
+{
+    QFile file(name);
+    return file.open(QIODevice::WriteOnly) && file.write(content) >= 0;
+}
+
+bool setIPv6(bool on)
+{
+    return write("/proc/sys/net/ipv6/conf/all/disable_ipv6", on ? "0" : "1");
+}
+
+/* The file of what HostKit keeps for the processes of a test. */
+QString settingFile(const QString& name)
+{
+    const QDir folder(qEnvironmentVariable("XDG_CONFIG_HOME") + "/application/SingleInstance");
+    folder.mkpath(".");
+    return folder.filePath(name);
+}
+
+QString port()
+{
+    return contentOf(settingFile("MasterPort"));
+}
+
+std::vector<Launch> launchMany(int count)
+{
+    std::vector<Launch> all;
+    while (int(all.size()) < count)
+        all.push_back(launch({QString("/%1").arg(all.size())}));
+    return all;
+}
+
+/* Returns a master that will find the \a lists when it goes on. */
+Launch stoppedMaster(const QString& name, const QStringList& lists)
+{
+    Launch master = launchMaster({name});
+    const auto isSent = [](const QString& list) { return launched(list) == "state 2"; };
+    const bool isReady =
+        master && master->stop() && std::all_of(lists.begin(), lists.end(), isSent);
+    return isReady ? std::move(master) : nullptr;
+}
+
+} // namespace
+
+/*
+ * Sessions of real processes (support/application.cpp) that start, launch others, end and are
+ * killed: what is handed over is shown once, by somebody whose window is there.
+ */
+class SessionsTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        home = std::make_unique<QTemporaryDir>();
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(home->path()));
+        qputenv("QT_QPA_PLATFORM", qEnvironmentVariableIsSet("DISPLAY") ? "xcb" : "offscreen");
+        qputenv("QT_QUICK_BACKEND", "software");
+        qunsetenv("SHAPE");
+        qunsetenv("RESTART");
+        QCoreApplication::setApplicationName("application"); // as the processes do
+    }
+
+    void servesEachLaunch_data() { addTable("storms.txt"); }
+
+    void servesEachLaunch()
+    {
+        QFETCH(QString, launches);
+        QFETCH(QString, shape);
+        QFETCH(QString, command); // to the master; without one there is no master yet
+        QFETCH(QString, when);
+        qputenv("SHAPE", shape.toUtf8());
+        const bool isStopped = when == "stopped"; // when it gets the command, and goes on later
+        const bool byKeys = command == "close" && qEnvironmentVariableIsSet("DISPLAY");
+        const int count = rounds("STORM_ROUNDS", 1);
+        int handedOver = 0;
+        for (int round = 0; round < count; ++round) {
+            Family family;
+            const auto master = command.isEmpty() ? nullptr : launchMaster();
+            QVERIFY(master || command.isEmpty());
+            QVERIFY(!byKeys || !windowOf(*master).isEmpty());
+            const auto all = launchMany(launches.toInt());
+            if (master) {
+                QTest::qWait(QRandomGenerator::global()->bounded(60)); // who is first varies
+                QVERIFY(!isStopped || master->stop());
+                if (byKeys) // by the window manager
+                    output("xdotool", {"key", "alt+F4"});
+                else
+                    master->command(command.toUtf8());
+                QTest::qWait(QRandomGenerator::global()->bounded(isStopped ? 60 : 1));
+                master->signal(SIGCONT);
+                master->waitForEnd();
+                QCOMPARE(master->exitCode(), command == "exit" ? 3 : 0);
+            }
+            for (const Launch& each : all)
+                QVERIFY(family.isServed(*each));
+            // A master that nobody sees would swallow this.
+            QVERIFY(family.isServed(*launch({"/last"})));
+            QVERIFY(family.isInOrder());
+            QVERIFY(command == "restart" || family.lines("list ").isEmpty()); // nobody sent it
+            handedOver += family.handedOver;
+        }
+        qInfo("%s: %d rounds, %d lists handed over, each shown once", QTest::currentDataTag(),
+              count, handedOver);
+    }
+
+    void startsAfterAKill()
+    {
+        const int count = rounds("KILL_ROUNDS", 10);
+        for (int round = 0; round < count; ++round) {
+            Family family;
+            const bool atItsEnd = round % 2 == 0; // else anywhere in start or hand-over
+            const auto killed = launchMany(2);
+            if (atItsEnd) {
+                killed[0]->waitForLine("state .*");
+                killed[0]->command("quit");
+            }
+            QTest::qWait(QRandomGenerator::global()->bounded(atItsEnd ? 4 : 40));
+            for (const Launch& each : killed)
+                each->signal(SIGKILL);
+            for (const Launch& each : killed)
+                each->waitForEnd();
+            QElapsedTimer timer;
+            timer.start();
+            QVERIFY(family.isServed(*launch({"/last"})));
+            QVERIFY(timer.elapsed() < 5000); // a lock that is left costs 10 s
+        }
+        qInfo("kill -9 at a random moment: %d rounds, the next launch was served each time", count);
+    }
+
+    void takesThePlaceOfAMasterThatCannotBeReached_data()
+    {
+        QTest::addColumn<int>("connections"); // to a master that is stopped; the kernel keeps 51
+        QTest::addColumn<QString>("network"); // what becomes of it
+        QTest::newRow("the master's queue is full") << 51 << "";
+        QTest::newRow("the master's port is gone") << 0 << "port";
+        if (qEnvironmentVariableIsSet("OWN_NETWORK")) // which the test may change as it likes
+            QTest::newRow("IPv6 is switched off") << 0 << "IPv6";
+    }
+
+    void takesThePlaceOfAMasterThatCannotBeReached()
+    {
+        QFETCH(int, connections);
+        QFETCH(QString, network);
+        const int count = rounds("UNREACHABLE_ROUNDS", 1);
+        qint64 longest = 0;
+        for (int round = 0; round < count; ++round) {
+            Family family;
+            const auto old = stoppedMaster("/own", {"/before"});
+            QVERIFY(old);
+            const QString oldPort = port();
+            std::vector<QTcpSocket> idle(size_t(std::max(connections - 1, 0)));
+            for (QTcpSocket& each : idle) {
+                each.connectToHost(QHostAddress::LocalHostIPv6, oldPort.toUShort());
+                QVERIFY(each.waitForConnected());
+            }
+            QVERIFY(network != "port" || write(settingFile("MasterPort"), "1"));
+            QVERIFY(network != "IPv6" || setIPv6(false));
+
+            QElapsedTimer timer;
+            timer.start();
+            for (const Launch& each : launchMany(20))
+                QVERIFY(family.isServed(*each));
+            QCOMPARE(family.handedOver, 19);
+            longest = std::max(longest, timer.elapsed());
+            const QString newPort = port();
+            QVERIFY(newPort != oldPort);
+            old->command("quit");
+            QVERIFY(network != "IPv6" || setIPv6(true));
+            old->signal(SIGCONT);
+            old->waitForEnd();
+            QCOMPARE(port(), newPort);
+            QVERIFY(network == "IPv6" || family.said("list /before")); // passed on
+        }
+        qInfo("20 launches while %s: %d rounds, served in %.1f s at most", QTest::currentDataTag(),
+              count, double(longest) / 1000);
+        QVERIFY(longest < 20000); // 3 s, on a machine that has time
+    }
+
+    /* As after a crash: the kernel frees the lock with the last of a process, which takes time. */
+    void becomesMasterBesideOneThatIsGoing()
+    {
+        QVERIFY(launchMaster()); // and killed at once
+        const QByteArray file = QFile::encodeName(home->filePath("application/master.lock"));
+        const int lock = ::open(file.constData(), O_RDWR | O_CLOEXEC);
+        const auto close = qScopeGuard([lock] { ::close(lock); });
+        QTRY_COMPARE(::flock(lock, LOCK_SH | LOCK_NB), 0);
+        const auto master = launchMaster();
+        QVERIFY(master);
+        ::flock(lock, LOCK_UN);
+        QVERIFY(::flock(lock, LOCK_EX | LOCK_NB) != 0);
+        QCOMPARE(launched("/a"), "state 2");
+        QCOMPARE(master->waitForLine("list .*"), "list /a");
+    }
+
+    void ignoresAStrangerOnTheOldPort()
+    {
+        QVERIFY(launchMaster()); // and killed at once
+        QTcpServer stranger; // accepts and never reads
+        QVERIFY(stranger.listen(QHostAddress::LocalHost));
+        QVERIFY(write(settingFile("MasterPort"), QByteArray::number(stranger.serverPort())));
+        // On a full disk the port stays: nobody can be served, but nothing goes to the stranger.
+        Process full("sh", {"-c", "trap '' XFSZ; ulimit -f 0; exec $0 /a", PROGRAMS "application"});
+        QCOMPARE(full.waitForLine("state .*"), "state 3");
+        const QDir folder = QFileInfo(settingFile("MasterPort")).dir();
+        QCOMPARE(folder.entryList({"*.*"}, QDir::Files), QStringList()); // no part of a file either
+        QVERIFY(launchMaster());
+
+        qputenv("SHAPE", "early");
+        const QString warning =
+            "HostKit: cannot open a session, there is no application object yet";
+        QCOMPARE(launch()->waitForEnd(), QStringList(warning));
+    }
+
+    /* Which holds the launch lock, and hands over only now. */
+    void endsBehindALaunchThatIsHalfWay()
+    {
+        const Family family;
+        const auto master = launchMaster();
+        QVERIFY(master);
+        auto lock = std::make_unique<HostKit::LaunchLock>();
+        const auto other = launch({"/other"});
+        QVERIFY(!other->waitForReadyRead(1500)); // it has patience
+        master->command("save");
+        QVERIFY(family.said("ends"));
+        qputenv("SHAPE", "bare");
+        QCOMPARE(launched("/A"), "state 2");
+        qunsetenv("SHAPE");
+        lock.reset();
+        QVERIFY(family.said("list /A") && family.said("list /other"));
+        QCOMPARE(launched("/B"), "state 2");
+        QVERIFY(family.said("list /B"));
+        QCOMPARE(master->state(), QProcess::Running); // which held up nobody
+    }
+
+    void leavesWhatItHasNotReceived()
+    {
+        const Family family;
+        QStringList lists; // so long that it takes a while to have them all
+        for (char name = 'A'; name <= 'Z'; ++name)
+            lists.append('/' + QString(30000, name));
+        const auto master = stoppedMaster("once", lists); // quits in the slot
+        QVERIFY(master);
+        const QString process = QString::number(master->processId());
+        master->signal(SIGCONT);
+        for (const QString& list : lists)
+            QVERIFY(family.said("list " + list));
+        QVERIFY(family.isInOrder());
+        QCOMPARE(family.lines().filter(process + " list").size(), 1);
+    }
+
+    void leavesListsToTheNextLaunch_data() { addTable("leftovers.txt"); }
+
+    void leavesListsToTheNextLaunch()
+    {
+        QFETCH(QString, shape);
+        QFETCH(QString, restart);
+        QFETCH(QString, masters);
+        QFETCH(QString, warning);
+        qputenv("SHAPE", shape.toUtf8());
+        const QString program = QDir(PROGRAMS).absoluteFilePath(restart);
+        qputenv("RESTART", restart.isEmpty() ? QByteArray() : program.toUtf8());
+        const Family family;
+        const auto master = stoppedMaster("/own", {"/A"});
+        QVERIFY(master);
+        master->command("quit");
+        master->signal(SIGCONT);
+        const QString line = ".*warning: HostKit: .* this process ";
+        QVERIFY(warning.isEmpty() || !master->waitForLine(line + warning).isEmpty());
+        QTRY_COMPARE(family.lines("ends").size(), masters.toInt());
+        QVERIFY(family.lines("list /A").isEmpty());
+        qunsetenv("SHAPE");
+        QTRY_VERIFY(family.haveEnded());
+        const auto last = launchMaster();
+        QVERIFY(last && family.said("list /A"));
+        QCOMPARE(family.lines("state 1").size(), masters.toInt() + 1);
+    }
+
+    /* What a session starts may start others, which have arguments of their own. */
+    void isNoSuccessorWithOtherArguments()
+    {
+        const Family family;
+        const auto master = launchMaster();
+        QVERIFY(master);
+        const auto restore = qScopeGuard([] { qunsetenv("HOSTKIT_STARTED_FOR"); });
+        const qint64 now = QDateTime::currentSecsSinceEpoch();
+        qputenv("HOSTKIT_STARTED_FOR",
+                family.path("settings/application") + '\n' + QByteArray::number(now) + "\n1");
+        QCOMPARE(launched("/A"), "state 2");
+        QVERIFY(family.said("list /A"));
+    }
+
+    void handsOverWhatTheApplicationWouldSee_data() { addTable("command-lines.txt"); }
+
+    void handsOverWhatTheApplicationWouldSee()
+    {
+        QFETCH(QString, line);
+        QFETCH(QString, arguments); // with ~ for the working folder
+        qputenv("SHAPE", "closing");
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        arguments.replace('~', QFileInfo(home->path()).canonicalFilePath());
+        const QStringList words = line.split(' ', Qt::SkipEmptyParts);
+        const auto start = [&] { return launch(words, home->path()); };
+        QCOMPARE(start()->waitForLine("arguments.*"), "arguments " + arguments);
+
+        const auto master = launchMaster();
+        QVERIFY(master);
+        qputenv("QT_DEBUG_PLUGINS", "1");
+        const QStringList said = start()->waitForEnd();
+        qunsetenv("QT_DEBUG_PLUGINS");
+        QCOMPARE(said, QStringList("state 2")); // and no plug-in was looked for
+        QCOMPARE(master->waitForLine("list.*"), "list " + arguments);
+    }
+
+    void handsOverAnyNumberOfFiles()
+    {
+        QStringList files;
+        for (int i = 0; i < 3000; ++i)
+            files.append(QString("/%1").arg(i, 100));
+        qputenv("SHAPE", "closing");
+        const auto master = launchMaster(files);
+        QVERIFY(master);
+        QCOMPARE(master->waitForLine("arguments.*"), "arguments " + files.join('|'));
+        QCOMPARE(launch(files)->waitForEnd(), QStringList("state 2"));
+        QStringList received;
+        while (received.size() < files.size()) {
+            const QString list = master->waitForLine("list .*");
+            QVERIFY(!list.isEmpty());
+            received += list.mid(5).split('|');
+        }
+        QCOMPARE(received, files);
+
+        const QString tooLong('/' + QString(40000, 'x'));
+        const auto failed = launch({tooLong});
+        QVERIFY(!failed->waitForLine(".*longer than a message can be").isEmpty());
+        QCOMPARE(failed->waitForLine("state.*"), "state 3");
+        master->kill();
+        master->waitForEnd();
+        QCOMPARE(launched(tooLong), "state 1");
+    }
+
+    /* Of the README; and of an application whose own functions have the names of those that the
+     * library calls. */
+    void handsOverInAnyProgram()
+    {
+        for (const auto& [name, folder] :
+             {std::pair("session_sample", "Example/Documents"),
+              std::pair("parser_sample", "Example/Notes"),
+              std::pair("quick_sample", "Example/Pictures"),
+              std::pair("bare_sample", "bare_sample"), std::pair("side_by_side", "application")}) {
+            const QString port = home->filePath(folder) + "/SingleInstance/MasterPort";
+            Process master(QString(PROGRAMS) + name);
+            QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(port), 20000);
+            Process second(QString(PROGRAMS) + name, {"a.txt"});
+            second.waitForEnd();
+            QCOMPARE(second.exitCode(), 0);
+            QVERIFY(!master.waitForFinished(0));
+        }
+    }
+
+private:
+    std::unique_ptr<QTemporaryDir> home;
+};
+
+QTEST_GUILESS_MAIN(SessionsTest)
+#include "tst_sessions.moc"
