@@ -253,10 +253,9 @@ private slots:
 
     void startsOnceInAProcess()
     {
-        const Application application;
-        QCOMPARE(startSingleInstance(), SingleInstanceStateMaster);
+        const Master master;
         // A slot that runs in the server thread can end it.
-        connect(findController(), &SingleInstanceController::messageReceived,
+        connect(master.controller, &SingleInstanceController::messageReceived,
                 [] { QThread::currentThread()->quit(); });
         const QStringList duplicate = {"3 other instance of the controller found while starting."};
         HostKit::setLogLevel(HostKit::LogLevel::Warning); // filters "starting."
@@ -266,9 +265,9 @@ private slots:
             QCOMPARE(getSingleInstanceState(), state);
             QCOMPARE(ScriptedHost::takeLog(), duplicate);
             handOver({"x"});
-            QTRY_VERIFY(!findController()->isMasterProcess());
+            QTRY_VERIFY(!master.controller->isMasterProcess());
         }
-        QCOMPARE(findController()->takeMessages(), QList<QStringList>{{"x"}});
+        QCOMPARE(master.controller->takeMessages(), QList<QStringList>{{"x"}});
     }
 
     void startsWithoutIPv6()
@@ -289,10 +288,9 @@ private slots:
 
     void keepsAndAnnouncesLists()
     {
-        const Application application;
         ScriptedHost::state()->settings["MasterPort"] = 1u; // left by a crash
-        startSingleInstance();
-        auto* const controller = findController();
+        const Master master;
+        auto* const controller = master.controller;
         QThread* direct = nullptr;
         connect(controller, &SingleInstanceController::messageReceived, [&] {
             direct = QThread::currentThread();
@@ -407,43 +405,37 @@ private slots:
               count);
     }
 
-    void starvesQuietly_data()
-    {
-        QTest::addColumn<size_t>("idle"); // connections before
-        QTest::newRow("before the first connection") << size_t(0);
-        QTest::newRow("behind idle connections") << size_t(48);
-    }
-
     void starvesQuietly()
     {
-        QFETCH(size_t, idle);
         const Master master;
         limitFiles(openFiles() + 100);
         const auto restore = qScopeGuard([] { limitFiles(2200); });
-        std::vector<QTcpSocket> clients(idle);
-        {
-            const std::lock_guard<std::mutex> lock(accepting);
-            connectAll(clients, {}); // which are accepted in a row, then
+        for (const size_t idle : {0U, 48U}) {
+            std::vector<QTcpSocket> clients(idle);
+            {
+                const std::lock_guard<std::mutex> lock(accepting);
+                connectAll(clients, {}); // which are accepted in a row, then
+            }
+            QTRY_VERIFY(idle == 0 || openFiles() > 70); // as many as it takes
+            ScriptedHost::takeLog();
+            std::vector<int> used; // by the host, for something else: all that there are
+            for (int file = ::dup(0); file >= 0; file = ::dup(0))
+                used.push_back(file);
+            QVERIFY(used.size() > 16); // left to the host
+
+            ::close(used.back());
+            used.pop_back();
+            std::vector<QTcpSocket> last(1);
+            connectAll(last, prefixed(packArguments({"starved"})));
+            QVERIFY(master.rests(1000)); // the kernel's queue has it
+            QCOMPARE(ScriptedHost::takeLog(), QStringList());
+
+            std::for_each(used.begin(), used.end(), ::close);
+            clients = std::vector<QTcpSocket>();
+            QTRY_COMPARE(master.controller->peekMessages(), QList<QStringList>{{"starved"}});
+            last = std::vector<QTcpSocket>();
+            QVERIFY(reaches(master.controller, "late"));
         }
-        QTRY_VERIFY(idle == 0 || openFiles() > 70); // as many as it takes
-        ScriptedHost::takeLog();
-        std::vector<int> used; // by the host, for something else: all that there are
-        for (int file = ::dup(0); file >= 0; file = ::dup(0))
-            used.push_back(file);
-        QVERIFY(used.size() > 16); // left to the host
-
-        ::close(used.back());
-        used.pop_back();
-        std::vector<QTcpSocket> last(1);
-        connectAll(last, prefixed(packArguments({"starved"})));
-        QVERIFY(master.rests(1000)); // the kernel's queue has it
-        QCOMPARE(ScriptedHost::takeLog(), QStringList());
-
-        std::for_each(used.begin(), used.end(), ::close);
-        clients = std::vector<QTcpSocket>();
-        QTRY_COMPARE(master.controller->peekMessages(), QList<QStringList>{{"starved"}});
-        last = std::vector<QTcpSocket>();
-        QVERIFY(reaches(master.controller, "late"));
     }
 
     /* As when another thread takes the last descriptor at that moment. */

@@ -6,8 +6,6 @@
 
 namespace {
 
-template <typename Reply> using Owned = std::unique_ptr<Reply, decltype(&std::free)>;
-
 /* Sees what is asked of the window manager. */
 class Requests {
 public:
@@ -33,18 +31,16 @@ public:
         QStringList all;
         std::free(
             xcb_get_input_focus_reply(server, xcb_get_input_focus(server), nullptr)); // a barrier
-        while (const Owned<xcb_generic_event_t> event{xcb_poll_for_event(server), std::free}) {
+        while (const auto event = std::unique_ptr<xcb_generic_event_t, decltype(&std::free)>{
+                   xcb_poll_for_event(server), std::free}) {
             const auto* const message = reinterpret_cast<xcb_client_message_event_t*>(event.get());
             if ((event->response_type & 0x7F) != XCB_CLIENT_MESSAGE)
                 continue;
-            const Owned<xcb_get_atom_name_reply_t> name{
-                xcb_get_atom_name_reply(server, xcb_get_atom_name(server, message->type), nullptr),
-                std::free};
-            const auto length = xcb_get_atom_name_name_length(name.get());
+            const QString range = QString("%1-%1").arg(message->type);
             if (message->data.data32[0] == 2) // as a pager asks
                 activated.append("0x" + QString::number(message->window, 16));
             all.append(QString("%1 %2 %3")
-                           .arg(QString::fromLatin1(xcb_get_atom_name_name(name.get()), length))
+                           .arg(output("xlsatoms", {"-range", range}).section('\t', 1))
                            .arg(message->data.data32[0])
                            .arg(message->data.data32[1] != 0));
         }

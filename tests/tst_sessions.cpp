@@ -5,6 +5,7 @@
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 
+#include <optional>
 #include <vector>
 
 #include <sys/file.h>
@@ -22,17 +23,10 @@ bool setIPv6(bool on)
     return write("/proc/sys/net/ipv6/conf/all/disable_ipv6", on ? "0" : "1");
 }
 
-/* The file of what HostKit keeps for the processes of a test. */
-QString settingFile(const QString& name)
+/* Where HostKit keeps the port for the processes of a test. */
+QString portFile()
 {
-    const QDir folder(qEnvironmentVariable("XDG_CONFIG_HOME") + "/application/SingleInstance");
-    folder.mkpath(".");
-    return folder.filePath(name);
-}
-
-QString port()
-{
-    return contentOf(settingFile("MasterPort"));
+    return qEnvironmentVariable("XDG_CONFIG_HOME") + "/application/SingleInstance/MasterPort";
 }
 
 std::vector<Launch> launchMany(int count)
@@ -65,14 +59,15 @@ class SessionsTest : public QObject {
 private slots:
     void init()
     {
-        home = std::make_unique<QTemporaryDir>();
-        qputenv("XDG_CONFIG_HOME", QFile::encodeName(home->path()));
         qputenv("QT_QPA_PLATFORM", qEnvironmentVariableIsSet("DISPLAY") ? "xcb" : "offscreen");
         qputenv("QT_QUICK_BACKEND", "software");
         qunsetenv("SHAPE");
         qunsetenv("RESTART");
         QCoreApplication::setApplicationName("application"); // as the processes do
+        family.emplace();
     }
+
+    void cleanup() { family.reset(); }
 
     void servesEachLaunch_data() { addTable("storms.txt"); }
 
@@ -88,7 +83,7 @@ private slots:
         const int count = rounds("STORM_ROUNDS", 1);
         int handedOver = 0;
         for (int round = 0; round < count; ++round) {
-            Family family;
+            family.emplace();
             const auto master = command.isEmpty() ? nullptr : launchMaster();
             QVERIFY(master || command.isEmpty());
             QVERIFY(!byKeys || !windowOf(*master).isEmpty());
@@ -106,12 +101,12 @@ private slots:
                 QCOMPARE(master->exitCode(), command == "exit" ? 3 : 0);
             }
             for (const Launch& each : all)
-                QVERIFY(family.isServed(*each));
+                QVERIFY(family->isServed(*each));
             // A master that nobody sees would swallow this.
-            QVERIFY(family.isServed(*launch({"/last"})));
-            QVERIFY(family.isInOrder());
-            QVERIFY(command == "restart" || family.lines("list ").isEmpty()); // nobody sent it
-            handedOver += family.handedOver;
+            QVERIFY(family->isServed(*launch({"/last"})));
+            QVERIFY(family->isInOrder());
+            QVERIFY(command == "restart" || family->lines("list ").isEmpty()); // nobody sent it
+            handedOver += family->handedOver;
         }
         qInfo("%s: %d rounds, %d lists handed over, each shown once", QTest::currentDataTag(),
               count, handedOver);
@@ -121,7 +116,7 @@ private slots:
     {
         const int count = rounds("KILL_ROUNDS", 10);
         for (int round = 0; round < count; ++round) {
-            Family family;
+            family.emplace();
             const bool atItsEnd = round % 2 == 0; // else anywhere in start or hand-over
             const auto killed = launchMany(2);
             if (atItsEnd) {
@@ -135,7 +130,7 @@ private slots:
                 each->waitForEnd();
             QElapsedTimer timer;
             timer.start();
-            QVERIFY(family.isServed(*launch({"/last"})));
+            QVERIFY(family->isServed(*launch({"/last"})));
             QVERIFY(timer.elapsed() < 5000); // a lock that is left costs 10 s
         }
         qInfo("kill -9 at a random moment: %d rounds, the next launch was served each time", count);
@@ -158,32 +153,32 @@ private slots:
         const int count = rounds("UNREACHABLE_ROUNDS", 1);
         qint64 longest = 0;
         for (int round = 0; round < count; ++round) {
-            Family family;
+            family.emplace();
             const auto old = stoppedMaster("/own", {"/before"});
             QVERIFY(old);
-            const QString oldPort = port();
+            const QString oldPort = contentOf(portFile());
             std::vector<QTcpSocket> idle(size_t(std::max(connections - 1, 0)));
             for (QTcpSocket& each : idle) {
                 each.connectToHost(QHostAddress::LocalHostIPv6, oldPort.toUShort());
                 QVERIFY(each.waitForConnected());
             }
-            QVERIFY(network != "port" || write(settingFile("MasterPort"), "1"));
+            QVERIFY(network != "port" || write(portFile(), "1"));
             QVERIFY(network != "IPv6" || setIPv6(false));
 
             QElapsedTimer timer;
             timer.start();
             for (const Launch& each : launchMany(20))
-                QVERIFY(family.isServed(*each));
-            QCOMPARE(family.handedOver, 19);
+                QVERIFY(family->isServed(*each));
+            QCOMPARE(family->handedOver, 19);
             longest = std::max(longest, timer.elapsed());
-            const QString newPort = port();
+            const QString newPort = contentOf(portFile());
             QVERIFY(newPort != oldPort);
             old->command("quit");
             QVERIFY(network != "IPv6" || setIPv6(true));
             old->signal(SIGCONT);
             old->waitForEnd();
-            QCOMPARE(port(), newPort);
-            QVERIFY(network == "IPv6" || family.said("list /before")); // passed on
+            QCOMPARE(contentOf(portFile()), newPort);
+            QVERIFY(network == "IPv6" || family->said("list /before")); // passed on
         }
         qInfo("20 launches while %s: %d rounds, served in %.1f s at most", QTest::currentDataTag(),
               count, double(longest) / 1000);
@@ -194,7 +189,7 @@ private slots:
     void becomesMasterBesideOneThatIsGoing()
     {
         QVERIFY(launchMaster()); // and killed at once
-        const QByteArray file = QFile::encodeName(home->filePath("application/master.lock"));
+        const QByteArray file = family->path("settings/application/master.lock");
         const int lock = ::open(file.constData(), O_RDWR | O_CLOEXEC);
         const auto close = qScopeGuard([lock] { ::close(lock); });
         QTRY_COMPARE(::flock(lock, LOCK_SH | LOCK_NB), 0);
@@ -211,11 +206,11 @@ private slots:
         QVERIFY(launchMaster()); // and killed at once
         QTcpServer stranger; // accepts and never reads
         QVERIFY(stranger.listen(QHostAddress::LocalHost));
-        QVERIFY(write(settingFile("MasterPort"), QByteArray::number(stranger.serverPort())));
+        QVERIFY(write(portFile(), QByteArray::number(stranger.serverPort())));
         // On a full disk the port stays: nobody can be served, but nothing goes to the stranger.
         Process full("sh", {"-c", "trap '' XFSZ; ulimit -f 0; exec $0 /a", PROGRAMS "application"});
         QCOMPARE(full.waitForLine("state .*"), "state 3");
-        const QDir folder = QFileInfo(settingFile("MasterPort")).dir();
+        const QDir folder = QFileInfo(portFile()).dir();
         QCOMPARE(folder.entryList({"*.*"}, QDir::Files), QStringList()); // no part of a file either
         QVERIFY(launchMaster());
 
@@ -228,27 +223,25 @@ private slots:
     /* Which holds the launch lock, and hands over only now. */
     void endsBehindALaunchThatIsHalfWay()
     {
-        const Family family;
         const auto master = launchMaster();
         QVERIFY(master);
         auto lock = std::make_unique<HostKit::LaunchLock>();
         const auto other = launch({"/other"});
         QVERIFY(!other->waitForReadyRead(1500)); // it has patience
         master->command("save");
-        QVERIFY(family.said("ends"));
+        QVERIFY(family->said("ends"));
         qputenv("SHAPE", "bare");
         QCOMPARE(launched("/A"), "state 2");
         qunsetenv("SHAPE");
         lock.reset();
-        QVERIFY(family.said("list /A") && family.said("list /other"));
+        QVERIFY(family->said("list /A") && family->said("list /other"));
         QCOMPARE(launched("/B"), "state 2");
-        QVERIFY(family.said("list /B"));
+        QVERIFY(family->said("list /B"));
         QCOMPARE(master->state(), QProcess::Running); // which held up nobody
     }
 
     void leavesWhatItHasNotReceived()
     {
-        const Family family;
         QStringList lists; // so long that it takes a while to have them all
         for (char name = 'A'; name <= 'Z'; ++name)
             lists.append('/' + QString(30000, name));
@@ -257,9 +250,9 @@ private slots:
         const QString process = QString::number(master->processId());
         master->signal(SIGCONT);
         for (const QString& list : lists)
-            QVERIFY(family.said("list " + list));
-        QVERIFY(family.isInOrder());
-        QCOMPARE(family.lines().filter(process + " list").size(), 1);
+            QVERIFY(family->said("list " + list));
+        QVERIFY(family->isInOrder());
+        QCOMPARE(family->lines().filter(process + " list").size(), 1);
     }
 
     void leavesListsToTheNextLaunch_data() { addTable("leftovers.txt"); }
@@ -273,34 +266,32 @@ private slots:
         qputenv("SHAPE", shape.toUtf8());
         const QString program = QDir(PROGRAMS).absoluteFilePath(restart);
         qputenv("RESTART", restart.isEmpty() ? QByteArray() : program.toUtf8());
-        const Family family;
         const auto master = stoppedMaster("/own", {"/A"});
         QVERIFY(master);
         master->command("quit");
         master->signal(SIGCONT);
         const QString line = ".*warning: HostKit: .* this process ";
         QVERIFY(warning.isEmpty() || !master->waitForLine(line + warning).isEmpty());
-        QTRY_COMPARE(family.lines("ends").size(), masters.toInt());
-        QVERIFY(family.lines("list /A").isEmpty());
+        QTRY_COMPARE(family->lines("ends").size(), masters.toInt());
+        QVERIFY(family->lines("list /A").isEmpty());
         qunsetenv("SHAPE");
-        QTRY_VERIFY(family.haveEnded());
+        QTRY_VERIFY(family->haveEnded());
         const auto last = launchMaster();
-        QVERIFY(last && family.said("list /A"));
-        QCOMPARE(family.lines("state 1").size(), masters.toInt() + 1);
+        QVERIFY(last && family->said("list /A"));
+        QCOMPARE(family->lines("state 1").size(), masters.toInt() + 1);
     }
 
     /* What a session starts may start others, which have arguments of their own. */
     void isNoSuccessorWithOtherArguments()
     {
-        const Family family;
         const auto master = launchMaster();
         QVERIFY(master);
         const auto restore = qScopeGuard([] { qunsetenv("HOSTKIT_STARTED_FOR"); });
         const qint64 now = QDateTime::currentSecsSinceEpoch();
         qputenv("HOSTKIT_STARTED_FOR",
-                family.path("settings/application") + '\n' + QByteArray::number(now) + "\n1");
+                family->path("settings/application") + '\n' + QByteArray::number(now) + "\n1");
         QCOMPARE(launched("/A"), "state 2");
-        QVERIFY(family.said("list /A"));
+        QVERIFY(family->said("list /A"));
     }
 
     void handsOverWhatTheApplicationWouldSee_data() { addTable("command-lines.txt"); }
@@ -311,9 +302,9 @@ private slots:
         QFETCH(QString, arguments); // with ~ for the working folder
         qputenv("SHAPE", "closing");
         qputenv("QT_QPA_PLATFORM", "offscreen");
-        arguments.replace('~', QFileInfo(home->path()).canonicalFilePath());
+        arguments.replace('~', QFileInfo(family->path("")).canonicalFilePath());
         const QStringList words = line.split(' ', Qt::SkipEmptyParts);
-        const auto start = [&] { return launch(words, home->path()); };
+        const auto start = [&] { return launch(words, family->path("")); };
         QCOMPARE(start()->waitForLine("arguments.*"), "arguments " + arguments);
 
         const auto master = launchMaster();
@@ -361,7 +352,7 @@ private slots:
               std::pair("parser_sample", "Example/Notes"),
               std::pair("quick_sample", "Example/Pictures"),
               std::pair("bare_sample", "bare_sample"), std::pair("side_by_side", "application")}) {
-            const QString port = home->filePath(folder) + "/SingleInstance/MasterPort";
+            const QString port = family->path("settings/") + folder + "/SingleInstance/MasterPort";
             Process master(QString(PROGRAMS) + name);
             QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(port), 20000);
             Process second(QString(PROGRAMS) + name, {"a.txt"});
@@ -372,7 +363,7 @@ private slots:
     }
 
 private:
-    std::unique_ptr<QTemporaryDir> home;
+    std::optional<Family> family;
 };
 
 QTEST_GUILESS_MAIN(SessionsTest)

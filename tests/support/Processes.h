@@ -215,12 +215,8 @@ inline bool becomesActive(const QString& window)
 /* Returns the active window, once it is one of \a process. */
 inline QString windowOf(const Process& process)
 {
-    QString window;
-    const auto isThere = [&] {
-        window = activeWindow();
-        return stacking().contains(window)
-            && output("xprop", {"-id", window, "-notype", "_NET_WM_PID"})
-                   .endsWith(QString(" = %1").arg(process.processId()));
+    const auto isActive = [process = QString::number(process.processId())] {
+        return output("xdotool", {"getactivewindow", "getwindowpid"}) == process;
     };
-    return QTest::qWaitFor(isThere, 20000) ? window : QString();
+    return QTest::qWaitFor(isActive, 20000) ? activeWindow() : QString();
 }

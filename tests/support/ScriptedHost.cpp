@@ -21,10 +21,9 @@ void reset()
     *state() = {};
     HostKit::setLogLevel(HostKit::LogLevel::Trace);
     HostKit::setLogSink([](HostKit::LogLevel level, const QString& text) {
-        QString line = text;
-        line =
-            line.startsWith(prefix) ? line.mid(prefix.size()) : QLatin1String("NO PREFIX ") + line;
-        state()->log += QString::number(static_cast<int>(level)) + QLatin1Char(' ') + line;
+        state()->log += QString::number(static_cast<int>(level)) + QLatin1Char(' ')
+            + (text.startsWith(prefix) ? text.mid(prefix.size())
+                                       : QLatin1String("NO PREFIX ") + text);
     });
 }
 
