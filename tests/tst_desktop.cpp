@@ -77,7 +77,7 @@ private slots:
     {
         const QString odd = QString::fromUtf8("Bücher & 本.txt");
         output("sh",
-               {"-c", "cd \"$0\"; head -c 9 /dev/zero >binary; echo a >\"$1\"", home.path(), odd});
+               {"-c", R"(cd "$0"; head -c 9 /dev/zero >binary; echo a >"$1")", home.path(), odd});
         const auto says = [](const Launch& viewer, const QString& pattern) {
             return !viewer->waitForLine(".* " + pattern).isEmpty();
         };
@@ -98,8 +98,7 @@ private slots:
 
     void bringsTheDialogForwardWithItsWindow()
     {
-        output("sh",
-               {"-c", "head -c 2M /dev/zero | tr '\\0' x >\"$0\"", home.filePath("large.txt")});
+        output("sh", {"-c", R"(yes | head -c 2M >"$0")", home.filePath("large.txt")});
         const auto master = view();
         const QString window = windowOf(*master);
         QVERIFY(!window.isEmpty());

@@ -75,7 +75,8 @@ public:
     {
         signal(SIGSTOP);
         siginfo_t stopped;
-        return ::waitid(P_PID, id_t(processId()), &stopped, WSTOPPED) == 0;
+        const auto wait = [&] { return ::waitid(P_PID, id_t(processId()), &stopped, WSTOPPED); };
+        return TEMP_FAILURE_RETRY(wait()) == 0; // others may end meanwhile
     }
 
 private:
