@@ -18,6 +18,7 @@
 #include <QtCore/QProcess>
 #include <QtCore/QSemaphore>
 #include <QtCore/QThread>
+#include <QtNetwork/QNetworkProxy>
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 
@@ -105,6 +106,7 @@ void sendByLibrary(const QByteArray& body)
 void sendByQt(const QByteArray& body, quint16 port)
 {
     QTcpSocket socket;
+    socket.setProxy(QNetworkProxy::NoProxy);
     socket.connectToHost(QHostAddress(QHostAddress::LocalHostIPv6), port, QIODevice::WriteOnly);
     socket.waitForConnected(30000);
     socket.write(prefixed(body));

@@ -4,6 +4,7 @@
 #include <QtGui/QGuiApplication>
 #include <QtGui/QRasterWindow>
 
+#include <memory>
 #include <vector>
 
 #include <unistd.h>

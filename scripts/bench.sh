@@ -30,6 +30,7 @@ unset DISPLAY WAYLAND_DISPLAY XAUTHORITY
 "$programs/bench_calls" --benchmark_min_time="$seconds" --benchmark_format=json >"$results/calls.json" 2>/dev/null
 timeout 120 "$programs/bench_handoff" >"$results/handoff"
 
+trap end_started EXIT
 start_private_display "$results"
 timeout 60 "$programs/bench_handoff" desktop >>"$results/handoff"
 

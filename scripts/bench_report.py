@@ -128,10 +128,10 @@ the list is in the inbox, go on. A floor is a bare `QTcpSocket` that makes the s
 master, the system's `socket`, `connect`, `write` and `close`, a Qt program that only builds its
 application object and links Qt Network, or a bare thread that listens and does the same settings
 operations. The busy master computes without a pause while launches come; its floor is the idle one.
-A second launch is that of an application without windows, with a session and no display; the viewer's
-and the first launch are on an X server with a window manager, beside a program that builds a
-`QCoreApplication` and links what the viewer links, and beside an application with a session and no
-`HostKit::Launch`.
+A second launch is that of an application without windows, with a session and no display, and both look
+for their libraries in the build folder first; the viewer's and the first launch are on an X server with
+a window manager, beside a program that builds a `QCoreApplication` and links what the viewer links, and
+beside an application with a session and no `HostKit::Launch`.
 
 An idle connection pays for the two signals that have to be connected for anything to be received from
 it, as the row below shows. A second launch without windows is at its goal, a little above or below it

@@ -45,6 +45,7 @@ second_launch() {
 }
 
 has_display=${DISPLAY:-}
+trap end_started EXIT
 [ -n "$has_display" ] || start_private_display "$demo"
 
 "$binaries/viewer" "$demo/documents/first.txt" 2>"$demo/master.log" &

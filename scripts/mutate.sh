@@ -20,7 +20,7 @@ passes() {
 }
 
 slips=$copy/slips
-grep -v '^#' tests/mutations.txt >"$slips"
+grep -v '^#' "$copy/source/tests/mutations.txt" >"$slips"
 all=$(wc -l <"$slips")
 count=${1:-$all}
 first=$(($(git rev-list --count HEAD) * count % all))
@@ -40,15 +40,16 @@ outcome() {
     file=$1
     expression=$2
     shift 2
-    sed -E "$expression" "$file" >"$copy/source/$file"
-    if cmp -s "$file" "$copy/source/$file"; then
+    cp "$copy/source/$file" "$copy/right"
+    sed -E "$expression" "$copy/right" >"$copy/source/$file"
+    if cmp -s "$copy/right" "$copy/source/$file"; then
         echo "changes nothing"
     elif ! cmake --build "$copy/build" --target "SingleInstance_$1" >"$copy/log" 2>&1; then
         echo "does not compile"
     elif passes "$@"; then
         echo "unnoticed"
     fi
-    cp "$file" "$copy/source/$file"
+    cp "$copy/right" "$copy/source/$file"
 }
 
 unnoticed=0

@@ -55,10 +55,9 @@ end_started() {
     done
 }
 
-# start_private_display FOLDER : a server and a window manager, for DISPLAY, until the script ends.
+# start_private_display FOLDER : a server and a window manager, for DISPLAY, among what was started.
 # Its process is in DISPLAY_SERVER.
 start_private_display() {
-    trap end_started EXIT
     Xvfb -displayfd 3 -screen 0 1024x640x24 -nolisten tcp -noreset 3>"$1/display" 2>/dev/null &
     DISPLAY_SERVER=$!
     export DISPLAY_SERVER

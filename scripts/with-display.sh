@@ -6,8 +6,8 @@ set -eu
 . "$(dirname "$0")/setup.sh"
 folder=$(mktemp -d)
 export HOME="$folder" XDG_RUNTIME_DIR="$folder" XDG_CONFIG_HOME="$folder/settings"
-start_private_display "$folder"
 trap 'end_started; rm -rf "$folder"' EXIT
+start_private_display "$folder"
 status=0
 "$@" || status=$?
 exit "$status"

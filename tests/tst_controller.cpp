@@ -11,10 +11,13 @@
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <vector>
@@ -149,9 +152,7 @@ int openFiles()
 /* Sets the soft limit of open files. */
 void limitFiles(int count)
 {
-    rlimit limit = {};
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = std::min(rlim_t(count), limit.rlim_max);
+    const rlimit limit = {rlim_t(count), 2200};
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
@@ -238,7 +239,6 @@ private slots:
         const bool isMaster = state.toInt() == SingleInstanceStateMaster;
         QCOMPARE(ScriptedHost::state()->settings["MasterPid"].toUInt(), isMaster ? 4711u : 5u);
         QCOMPARE(findController() && findController()->isMasterProcess(), isMaster);
-        QVERIFY(!isMaster || findController()->peekMessages().isEmpty());
         stopSingleInstance();
         if (list.isEmpty())
             list.append(" ");
@@ -385,7 +385,7 @@ private slots:
     {
         QFETCH(QByteArray, sent);
         const bool reset = sent.size() == 3;
-        const int count = rounds("FLOOD_ROUNDS", 1);
+        const int count = std::max(1, qEnvironmentVariableIntValue("FLOOD_ROUNDS"));
         limitFiles(2200); // for a thousand connections, of which both ends are ours
         const Master master;
         for (int round = 0; round < count; ++round) {

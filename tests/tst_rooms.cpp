@@ -125,17 +125,13 @@ private slots:
         };
         for (int i = 0; i < 100; ++i)
             write('x'); // would block here
-        const auto drain = [&ends] {
-            std::array<char, 1 << 18> text = {};
-            return QByteArray(text.data(), int(::read(ends[0], text.data(), text.size())));
-        };
-        QByteArray read = drain();
+        QByteArray read(1 << 18, '\0');
+        const auto size = ::read(ends[0], read.data(), 1 << 17);
         const auto kept = read.count('\n');
         write('y');
-        read += drain();
+        ::read(ends[0], read.data() + size, 1 << 17);
         ::dup2(usual, STDERR_FILENO);
-        for (const int file : {usual, ends[0], ends[1]})
-            ::close(file);
+        ::close(usual);
         const QByteArray gap =
             " info: (" + QByteArray::number(100 - kept) + " lines before this were dropped) y";
         QVERIFY(kept > 0 && read.contains(gap));
@@ -211,6 +207,22 @@ private slots:
         received.takeOver();
         environment("EXPECTED", token);
         QCOMPARE(qgetenv("XDG_ACTIVATION_TOKEN"), qgetenv("EXPECTED"));
+    }
+
+    void passesOneTokenOfLaunchesAtOnce()
+    {
+        qApp->setProperty("platformName", "wayland");
+        Session session;
+        QByteArrayList tokens;
+        connect(&session, &InstanceSession::argumentsReceived, [&tokens] {
+            tokens.append(qgetenv("XDG_ACTIVATION_TOKEN"));
+            qunsetenv("XDG_ACTIVATION_TOKEN"); // as Qt does where it is used
+        });
+        for (const char* const token : {"a", "b", "c", "d", "e"}) {
+            leaveActivationToken(token);
+            handOver({token}, SingleInstance::readMasterPort(), QDeadlineTimer(5000));
+        }
+        QTRY_COMPARE(tokens, (QByteArrayList{"e", "", "", "", ""})); // the last is as good as any
     }
 
     void flushesWhatWasHandedOver()
@@ -292,12 +304,15 @@ private slots:
         QVERIFY(startSuccessor({"sh", "-c", command, home->path()}));
         QTRY_COMPARE(contentOf(home->filePath("done")), "SigBlk:\t0000000000000000\n");
         const QString inherited = contentOf(home->filePath("files"));
-        QVERIFY(!inherited.contains("lock") && !inherited.contains("socket"));
+        QVERIFY(inherited.contains("->") && !inherited.contains(QRegularExpression("lock|socket")));
         QCOMPARE(output("find", {home->filePath("settings"), "-perm", "/077"}), QString());
     }
 
     void refusesASessionThatCannotBe()
     {
+        qputenv("SHAPE", "early");
+        QCOMPARE(launch()->waitForEnd().value(0),
+                 "HostKit: cannot open a session, there is no application object yet");
         const Session session;
         QCOMPARE(session.property("state").value<SingleInstanceState>(), SingleInstanceStateMaster);
         const QByteArray warning = "HostKit: cannot open a session, ";

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QtCore/QByteArray>
 #include <QtCore/QString>
 
 namespace HostKit {

@@ -33,17 +33,6 @@ bool writeAll(int file, const QByteArray& content)
 
 } // namespace
 
-Descriptor::Descriptor(int descriptor)
-    : value(descriptor)
-{
-}
-
-Descriptor::~Descriptor()
-{
-    if (value >= 0)
-        ::close(value);
-}
-
 std::optional<QByteArray> readAll(const Descriptor& file, int most)
 {
     std::array<char, 4096> block;

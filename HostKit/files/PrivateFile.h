@@ -5,6 +5,8 @@
 
 #include <optional>
 
+#include <unistd.h>
+
 namespace HostKit {
 
 /*
@@ -19,8 +21,15 @@ namespace HostKit {
 /*! An open file, closed with this object. */
 class Descriptor {
 public:
-    explicit Descriptor(int descriptor);
-    ~Descriptor();
+    explicit Descriptor(int descriptor)
+        : value(descriptor)
+    {
+    }
+    ~Descriptor()
+    {
+        if (value >= 0)
+            ::close(value);
+    }
     Q_DISABLE_COPY_MOVE(Descriptor)
     operator int() const { return value; }
 

@@ -2,6 +2,8 @@
 
 #include <QtCore/QObject>
 
+#include <utility>
+
 namespace Core {
 
 void Invokator::invokeInCurrentThread(std::function<void()> function, QObject* context)

@@ -1,5 +1,7 @@
 #include <HostKit/Log.h>
 
+#include "PrivateFile.h"
+
 #include <TrvUtilities/Logging.h>
 
 #include <QtCore/QDateTime>
@@ -52,29 +54,6 @@ QString withoutControls(const QString& text)
     return clean;
 }
 
-/* A terminal takes less than it is given, and then waits: so by a file of our own, which does not.
- */
-class StandardError {
-public:
-    StandardError()
-        : own(::isatty(STDERR_FILENO)
-                  ? ::open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)
-                  : -1)
-    {
-    }
-    ~StandardError()
-    {
-        if (own >= 0)
-            ::close(own);
-    }
-    Q_DISABLE_COPY_MOVE(StandardError)
-
-    int file() const { return own >= 0 ? own : STDERR_FILENO; }
-
-private:
-    const int own;
-};
-
 /*
  * Returns how many bytes of \a text went to standard error, which may be a pipe that nobody reads:
  * whoever writes to a full one hangs, the master's thread for example. Where a pipe has room at
@@ -82,14 +61,18 @@ private:
  */
 int writeAtOnce(const QByteArray& text)
 {
-    const StandardError standardError;
+    // A terminal takes less than it is given, and then waits: so by a file of our own, which does not.
+    const Descriptor own(::isatty(STDERR_FILENO) ? ::open(
+                             "/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)
+                                                 : -1);
+    const int standardError = own >= 0 ? int(own) : STDERR_FILENO;
     int written = 0;
     while (written < text.size()) {
-        pollfd file = {standardError.file(), POLLOUT, 0};
+        pollfd file = {standardError, POLLOUT, 0};
         if (::poll(&file, 1, 0) != 1 || file.revents != POLLOUT)
             break;
         const auto size = std::min<size_t>(static_cast<size_t>(text.size() - written), PIPE_BUF);
-        const ssize_t put = ::write(standardError.file(), text.constData() + written, size);
+        const ssize_t put = ::write(standardError, text.constData() + written, size);
         if (put < 0 && errno != EINTR)
             break;
         written += static_cast<int>(std::max<ssize_t>(put, 0));

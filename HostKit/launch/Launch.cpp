@@ -39,7 +39,7 @@ bool handsOver(LaunchPrivate& launch)
     const CommandLine whole = withoutQtOptions(launch.line);
     CommandLine own = whole;
     const QCoreApplication application(own.count, own.pointers.data());
-    if (!fitMessages(QCoreApplication::arguments()))
+    if (!fitMessages(QCoreApplication::arguments().mid(1)))
         return false;
     leaveActivationToken(launch.activationToken);
     const SingleInstanceState state = startInParts(&own);

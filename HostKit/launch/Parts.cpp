@@ -8,6 +8,8 @@
 #include <QtCore/QCoreApplication>
 
 #include <algorithm>
+#include <chrono>
+#include <numeric>
 
 namespace HostKit {
 
@@ -16,7 +18,7 @@ using SingleInstance::readMasterPort;
 
 namespace {
 
-constexpr qint64 patience = 3000; // ms, for all lists behind the first; others wait for us
+constexpr std::chrono::seconds patience(3); // for all lists behind the first; others wait for us
 
 qint64 packedSize(const QString& argument)
 {
@@ -41,12 +43,11 @@ QList<QStringList> divided(const QStringList& arguments)
 /* Hands over what is behind the first of \a parts; returns how many arguments were, with that. */
 int handOverRest(const QList<QStringList>& parts)
 {
-    const quint16 port = readMasterPort();
-    const QDeadlineTimer deadline(patience);
-    auto arguments = parts.first().size();
-    for (int i = 1; i < parts.size() && handOver(parts[i], port, deadline); ++i)
-        arguments += parts[i].size();
-    return static_cast<int>(arguments);
+    const int rest = handOverAll(parts.mid(1), readMasterPort(), patience);
+    const auto end = parts.begin() + 1 + rest;
+    return std::accumulate(parts.begin(), end, 0, [](int count, const QStringList& part) {
+        return count + static_cast<int>(part.size());
+    });
 }
 
 /* Calls startSingleInstance() while the application object shows the first \a count arguments. */

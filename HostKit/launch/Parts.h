@@ -15,8 +15,8 @@ struct CommandLine;
     a master they stay one. \a line is what the application object refers to, or null: then they
     are not divided. Failed, with a warning, if one argument alone is too long for a master, or if
     not all lists could be handed over: then those that were are no longer in \a line. Hold the
-   launch lock, or lists of others come in between. Blocks as startSingleInstance() does, and for
-   three seconds more.
+    launch lock, or lists of others come in between. Blocks as startSingleInstance() does, and for
+    three seconds more.
 */
 SingleInstanceState startInParts(CommandLine* line);
 

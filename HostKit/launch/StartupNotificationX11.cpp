@@ -13,7 +13,6 @@ namespace HostKit {
 
 namespace {
 
-using SingleInstance::xcb_connect;
 using SingleInstance::xcb_connection_has_error;
 using SingleInstance::xcb_create_window;
 using SingleInstance::xcb_disconnect;
@@ -49,7 +48,8 @@ xcb_atom_t atom(xcb_connection_t* connection, const char* name)
 void sendRemoval(const QByteArray& id)
 {
     int number = 0;
-    const std::unique_ptr<xcb_connection_t, Disconnect> connection(xcb_connect(nullptr, &number));
+    const std::unique_ptr<xcb_connection_t, Disconnect> connection(
+        SingleInstance::connectToServer(&number));
     if (xcb_connection_has_error(connection.get()))
         return;
     auto screen = xcb_setup_roots_iterator(xcb_get_setup(connection.get()));

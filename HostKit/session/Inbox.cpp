@@ -48,7 +48,7 @@ void Inbox::takeFrom(SingleInstanceController& controller)
     const QStringList noArguments(QStringLiteral(" ")); // as they are sent
     const std::lock_guard<std::mutex> lock(mutex); // two threads at the start, but one order
     for (const QStringList& list : controller.takeMessages()) {
-        ++arrived;
+        ++allArrived;
         if (list == mark)
             ++marks;
         else
@@ -102,7 +102,7 @@ bool Inbox::flush(quint16 port)
 int Inbox::countArrived()
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    return arrived;
+    return allArrived;
 }
 
 } // namespace HostKit

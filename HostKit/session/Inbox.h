@@ -56,7 +56,7 @@ private:
     std::mutex mutex;
     std::condition_variable changed;
     QList<QStringList> lists;
-    int arrived = 0; // lists, since the beginning
+    int allArrived = 0; // lists and marks, since the beginning
     int marks = 0; // of our own
     int marksSent = 0; // by the thread that flushes
 };

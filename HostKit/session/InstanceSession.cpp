@@ -22,8 +22,8 @@
 #include <QtCore/QThread>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
-#include <utility>
 
 #include <unistd.h>
 
@@ -48,6 +48,12 @@ namespace {
 
 constexpr int patience = 10000; // ms, with launches before this one
 
+/* Hands \a lists over to another master. Returns those that it did not take. */
+QList<QStringList> passOn(const QList<QStringList>& lists, quint16 port)
+{
+    return lists.mid(handOverAll(lists, port, std::chrono::seconds(1)));
+}
+
 } // namespace
 
 class InstanceSessionPrivate {
@@ -65,10 +71,9 @@ public:
 private:
     const char* obstacle() const;
     void decide();
-    bool isNeeded() const;
+    bool servesLists() const;
     void becomeMaster(SingleInstanceController& controller, bool isAlone);
     bool leaveLists();
-    static void passOn(QList<QStringList>& lists, quint16 port);
     void startAnother() const;
     static void closeAtExit();
 
@@ -131,7 +136,7 @@ void InstanceSessionPrivate::decide()
     const LaunchLock launchLock(launch && launch->hasWaitedInVain ? 0 : patience);
     const bool isForLists = isSuccessor();
     forgetSuccessor();
-    if (isForLists && launchLock.isTaken() && !isNeeded()) {
+    if (isForLists && launchLock.isTaken() && !servesLists()) {
         state = SingleInstanceStateSecondary;
         return;
     }
@@ -144,18 +149,18 @@ void InstanceSessionPrivate::decide()
         endStartup(launch->startupId);
 }
 
-/* Whether a process that was started for lists has any to receive: others may have come first. */
-bool InstanceSessionPrivate::isNeeded() const
+/* Whether a process that was started for lists is to receive them: if another is master by now, they
+ * go there. */
+bool InstanceSessionPrivate::servesLists() const
 {
     if (!hasWaitingLists(waitingLists))
         return false;
     const quint16 other = answeringMaster();
     if (other == 0)
         return true;
-    QList<QStringList> lists = takeWaitingLists(waitingLists);
-    passOn(lists, other);
-    if (!lists.isEmpty())
-        addWaitingLists(waitingLists, lists);
+    const QList<QStringList> left = passOn(takeWaitingLists(waitingLists), other);
+    if (!left.isEmpty())
+        addWaitingLists(waitingLists, left);
     return false;
 }
 
@@ -211,15 +216,8 @@ bool InstanceSessionPrivate::leaveLists()
     QList<QStringList> left = inbox->takeAll();
     const quint16 other = !left.isEmpty() && launchLock.isTaken() ? answeringMaster() : 0;
     if (other != 0) // that of the master that took our place when we could not be reached
-        passOn(left, other);
+        left = passOn(left, other);
     return !left.isEmpty() && addWaitingLists(waitingLists, left);
-}
-
-void InstanceSessionPrivate::passOn(QList<QStringList>& lists, quint16 port)
-{
-    const QDeadlineTimer deadline(1000);
-    while (!lists.isEmpty() && handOver(lists.first(), port, deadline))
-        lists.removeFirst();
 }
 
 void InstanceSessionPrivate::startAnother() const

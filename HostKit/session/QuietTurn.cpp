@@ -67,7 +67,9 @@ bool QuietTurn::event(QEvent* event)
     if (event->type() != turnType())
         return QObject::event(event);
     static_cast<Turn*>(event)->handled();
-    if (isQuiet()) {
+    if (turns == 0)
+        QCoreApplication::instance()->installEventFilter(this);
+    if (turns > 0 && (!isDisturbed || turns > mostTurns)) {
         QCoreApplication::instance()->removeEventFilter(this);
         turns = 0;
         const auto requested = work; // which goes with this object
@@ -78,13 +80,6 @@ bool QuietTurn::event(QEvent* event)
         request();
     }
     return true;
-}
-
-bool QuietTurn::isQuiet()
-{
-    if (turns == 0)
-        QCoreApplication::instance()->installEventFilter(this);
-    return turns > 0 && (!isDisturbed || turns > mostTurns);
 }
 
 bool QuietTurn::eventFilter(QObject* receiver, QEvent* event)

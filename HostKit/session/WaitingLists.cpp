@@ -84,19 +84,16 @@ QList<QStringList> unpacked(const QByteArray& file, QString& problem)
     return problem.isEmpty() ? lists : QList<QStringList>();
 }
 
-/* Returns what the file holds, or in \a problem why that is not used; neither if there is none. */
+/* Returns what the file holds, or in \a problem why that is not used. */
 std::optional<QByteArray> contentOf(const QString& path, QString& problem)
 {
     const QByteArray name = QFile::encodeName(path);
     const Descriptor file(::open(name.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status = {};
-    if (file < 0 || ::fstat(file, &status) != 0) {
-        if (errno != ENOENT)
-            problem =
-                QStringLiteral("cannot be opened: ") + QString::fromLocal8Bit(std::strerror(errno));
-        return std::nullopt;
-    }
-    if (!S_ISREG(status.st_mode))
+    if (file < 0 || ::fstat(file, &status) != 0)
+        problem =
+            QStringLiteral("cannot be opened: ") + QString::fromLocal8Bit(std::strerror(errno));
+    else if (!S_ISREG(status.st_mode))
         problem = QStringLiteral("is no regular file");
     else if (status.st_uid != ::geteuid() || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
         problem = QStringLiteral("is open to others");

@@ -19,7 +19,7 @@
       The library itself locks nothing between processes: without the lock, two processes that start
       at the same moment can both become master, each on its own port.
     libHostKit has an InstanceSession, which sees to all of this and more; for a host of its own
-   there is its LaunchLock among the host functions.
+    there is its LaunchLock among the host functions.
 
     A master calls stopSingleInstance() before main() returns, unless the application object has
     announced the end by aboutToQuit(). Otherwise it ends as after a crash: its port stays recorded.
@@ -185,7 +185,7 @@ public:
 
         Call it from any thread. Takes constant time under a lock that is held for no more than one
         append, copy or swap; the append behind a copy that is still in use copies the list of
-       lists. Throws std::system_error if that lock cannot be taken.
+        lists. Throws std::system_error if that lock cannot be taken.
     */
     QList<QStringList> peekMessages();
 

@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -61,11 +61,7 @@ public:
     {
         if (!xcbLibraries())
             return false;
-        {
-            static std::mutex connecting; // libXau keeps a name in a static buffer
-            const std::lock_guard<std::mutex> lock(connecting);
-            xcb = xcb_connect(nullptr, &screen);
-        }
+        xcb = connectToServer(&screen);
         // A failed one has no screens to set up the atoms for.
         isOpen = !xcb_connection_has_error(xcb)
             && xcb_ewmh_init_atoms_replies(&ewmh, xcb_ewmh_init_atoms(xcb, &ewmh), nullptr);

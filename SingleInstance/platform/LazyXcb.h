@@ -4,6 +4,8 @@
 #include <xcb/xcb.h>
 #include <xcb/xcb_ewmh.h>
 
+#include <mutex>
+
 /*
  * The functions of libxcb and libxcb-ewmh, loaded when one of them is first needed. To load them
  * with the library takes half a millisecond of every launch, before it hands over; a window is
@@ -74,5 +76,13 @@ LAZY(xcb_screen_next);
 LAZY(xcb_send_event);
 LAZY(xcb_setup_roots_iterator);
 #undef LAZY
+
+/*! xcb_connect() to the server that the environment names; sets \a screen to its number. */
+inline xcb_connection_t* connectToServer(int* screen)
+{
+    static std::mutex mutex; // libXau keeps a name in a static buffer
+    const std::lock_guard<std::mutex> lock(mutex);
+    return xcb_connect(nullptr, screen);
+}
 
 } // namespace SingleInstance

@@ -4,6 +4,7 @@
 
 #include <QtCore/QString>
 
+#include <functional>
 #include <sstream>
 #include <type_traits>
 

@@ -25,11 +25,9 @@ QByteArray packArguments(const QStringList& arguments)
 
 QByteArray prefixed(const QByteArray& body)
 {
-    const auto size = static_cast<unsigned>(body.size());
-    QByteArray message = body;
-    message.prepend(static_cast<char>(size >> 8));
-    message.prepend(static_cast<char>(size & 0xFF));
-    return message;
+    QByteArray prefix(prefixSize, '\0');
+    qToLittleEndian(static_cast<quint16>(body.size()), prefix.data());
+    return prefix + body;
 }
 
 quint16 bodySize(const QByteArray& data)

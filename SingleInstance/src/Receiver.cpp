@@ -5,6 +5,8 @@
 
 #include <Core/Invokator.h>
 
+#include <utility>
+
 namespace SingleInstance {
 
 using torvane::LogLevel;
@@ -97,6 +99,7 @@ bool Receiver::readSize()
     }
     messageSize = announced;
     logLine(LogLevel::Debug, "reading message of ", messageSize, " byte(s).");
+    // A body of one byte waits for the next event, as docs/protocol.md says.
     if (socket->bytesAvailable() >= prefixSize)
         append(missing());
     return true;

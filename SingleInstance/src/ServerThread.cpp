@@ -9,6 +9,8 @@
 #include <QtNetwork/QHostAddress>
 #include <QtNetwork/QTcpServer>
 
+#include <utility>
+
 namespace SingleInstance {
 
 using torvane::LogLevel;

@@ -12,6 +12,7 @@
 #include <QtCore/QCoreApplication>
 
 #include <atomic>
+#include <utility>
 
 using SingleInstance::SingleInstanceController;
 
@@ -161,6 +162,7 @@ bool SingleInstanceController::startMaster()
             emit messageReceived(); // unlocked, for a slot may take the list right here
         });
     thread->start();
+    // Not waited for by a condition: a thread that the system cannot start never reports.
     while (thread->isRunning() && !started)
         QThread::yieldCurrentThread();
     if (!started) {

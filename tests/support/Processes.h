@@ -51,8 +51,8 @@ public:
     /* Waits for the end; returns all lines. */
     QStringList waitForEnd()
     {
-        if (state() != NotRunning)
-            waitForFinished();
+        if (state() != NotRunning && !waitForFinished())
+            QTest::qFail("a process goes on", __FILE__, __LINE__);
         said += readAll();
         return QString::fromUtf8(said).split('\n', Qt::SkipEmptyParts);
     }
@@ -92,11 +92,12 @@ inline Launch launch(const QStringList& arguments = {"/own"}, const QString& fol
     return std::make_unique<Process>(PROGRAMS "application", arguments, folder);
 }
 
-/* Returns nothing if it is no master. */
 inline Launch launchMaster(const QStringList& arguments = {"/own"})
 {
     Launch master = launch(arguments);
-    return master->waitForLine("state .*") == "state 1" ? std::move(master) : nullptr;
+    if (master->waitForLine("state .*") != "state 1")
+        QTest::qFail("this is no master", __FILE__, __LINE__);
+    return master;
 }
 
 /* Returns the state that the launch came to. */
@@ -127,7 +128,7 @@ public:
             qInfo().noquote() << lines().join('\n');
         ::close(life);
         if (!QTest::qWaitFor([this] { return haveEnded(); }))
-            qWarning("a process stays");
+            QTest::qFail("a process stays", __FILE__, __LINE__);
         for (const char* const variable : {"XDG_CONFIG_HOME", "LAUNCH_LIFE", "LAUNCH_LOG"})
             qunsetenv(variable);
     }

@@ -1,9 +1,9 @@
 #include "ScriptedHost.h"
 
-#include <Core/Invokator.h>
 #include <Core/Settings.h>
 
 #include <mutex>
+#include <utility>
 
 namespace ScriptedHost {
 
@@ -37,11 +37,6 @@ QStringList takeLog()
 namespace Core {
 
 using ScriptedHost::state;
-
-void Invokator::invokeInCurrentThread(std::function<void()> function, QObject* context)
-{
-    QMetaObject::invokeMethod(context, std::move(function), Qt::QueuedConnection);
-}
 
 Settings* Settings::getInstance()
 {

@@ -11,8 +11,8 @@
 #pragma GCC visibility push(default) // also in a library that hides its symbols
 
 /*!
-    A host that a test sets up and looks into: its settings and its invoker take the place of
-    HostKit's, whose registry and log it uses. It is called from the master's thread, too.
+    A host that a test sets up and looks into: its settings take the place of HostKit's, of which it
+    uses all else. It is called from the master's thread, too.
 */
 namespace ScriptedHost {
 

@@ -36,9 +36,3 @@ inline void addTable(const QString& name)
             row << (field == "." ? QString() : field);
     }
 }
-
-/* Returns how often to repeat a fault: as often as the environment says, or \a usual. */
-inline int rounds(const char* variable, int usual)
-{
-    return qEnvironmentVariableIsSet(variable) ? qEnvironmentVariableIntValue(variable) : usual;
-}

@@ -27,6 +27,7 @@
 #include <HostKit/Launch.h>
 #include <HostKit/Log.h>
 
+#include <QtCore/QEventLoop>
 #include <QtCore/QFile>
 #include <QtCore/QProcess>
 #include <QtCore/QSocketNotifier>
@@ -37,7 +38,11 @@
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QWidget>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
 #include <utility>
 
 #include <fcntl.h>
@@ -92,7 +97,7 @@ void obey(const QByteArray& command)
         if (command == "restart")
             QProcess::startDetached(QCoreApplication::applicationFilePath(), {});
         if (command == "save") // which takes its time
-            QObject::connect(qApp, &QCoreApplication::aboutToQuit, [] { QThread::sleep(3); });
+            QObject::connect(qApp, &QCoreApplication::aboutToQuit, [] { QThread::sleep(30); });
         quit();
     }
 }
@@ -150,9 +155,9 @@ int runWithoutWindow(InstanceSession* session)
         QTimer::singleShot(10, qApp, &QCoreApplication::quit);
         QCoreApplication::exec();
     }
-    if (shape == "deaf")
-        QTimer::singleShot(200, qApp, [] { obey("quit"); });
-    else
+    if (shape == "deaf" && QCoreApplication::arguments().size() == 1) // started by a session
+        QTimer::singleShot(0, qApp, [] { obey("quit"); });
+    else if (shape != "deaf")
         QObject::connect(session, &InstanceSession::argumentsReceived, qApp, show);
     QTimer work;
     if (shape == "busy")

@@ -61,8 +61,11 @@ public:
 
         Blocks as that does, after waiting up to 10 s for launches before it, and up to 2 s for a
         master that does not answer; a new master up to 2 s more, on a machine that is out of means.
-       If a launch before it hangs, it goes on without the lock rather than keep the application
-       from starting.
+        Behind a Launch it is up to 3 s more for arguments that take several messages, and 2 s for a
+        desktop that does not answer; in a process that a session started, up to 3 s more for
+        another master that is to have the lists.
+        If a launch before it hangs, it goes on without the lock rather than keep the application
+        from starting.
 
         Without an application object, in another thread than that object's, or beside another
         session, it warns, does nothing, and its state is Failed.
@@ -109,7 +112,7 @@ Q_SIGNALS:
         receive nothing any more destroys the session.) Lists wait until somebody is connected, and
         while the session's signals are blocked. A receiver in another thread, or with a queued
         connection, has to see for itself that it runs before the end. A slot may run an event loop
-       of its own, such as a modal dialog's: further lists are then received from there.
+        of its own, such as a modal dialog's: further lists are then received from there.
 
         The session ends at QCoreApplication::aboutToQuit(), before the slots that were connected
         after it was built, so that whoever launches meanwhile need not wait for them; if nobody has
@@ -117,14 +120,17 @@ Q_SIGNALS:
         until it is destroyed or the process exits. What nobody has received at its end is written
         to a file in the application's folder, and the application is started once more, detached
         and without arguments, to receive it first of all. If it cannot be started, or if this
-        process was itself started so and received nothing, or is the tenth in a row, the lists wait
-        for the next launch, and a warning says so. The end takes some milliseconds; at worst it
-       waits 10 s for launches that hang half-way, 1 s for what they sent, and then as long as
-       stopSingleInstance(). exit() in the application's thread ends the session as well.
+        process took such lists itself and received none, or is the tenth in a row within minutes,
+        the lists wait for the next launch, and a warning says so. The end takes some milliseconds;
+        at worst it waits 10 s for launches that hang half-way, 1 s for what they sent, as long as
+        stopSingleInstance(), and 3 s for another master that is to have the lists. exit() in the
+        application's thread ends the session as well.
 
-        On Wayland, XDG_ACTIVATION_TOKEN names the token of the launch by then, if it had one: from
-       Qt 6.4 on, QWidget::activateWindow() and QWindow::requestActivate() bring a window to the
-       front by it, once.
+        On Wayland, XDG_ACTIVATION_TOKEN names the token of the launch by then, if it had one, as it
+        has from a desktop's launcher and not from a terminal: from Qt 6.4 on,
+        QWidget::activateWindow() and QWindow::requestActivate() bring a window to the front by it,
+        once. Some compositors only mark the window, as sway does by default. What else can be done
+        stands in the README.
 
         What a process had not received when it is killed is lost. So is what it took from the file:
         the next process removes it before the first list is emitted, lest a document that crashes

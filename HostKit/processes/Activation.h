@@ -19,7 +19,7 @@ QByteArray ownActivationToken();
 
 /*!
     Leaves \a token in the settings, unless it is empty or no sound one. Hold the launch lock, and
-   call it before the hand-over, so that the master finds it with the list.
+    call it before the hand-over, so that the master finds it with the list.
 */
 void leaveActivationToken(const QByteArray& token);
 
@@ -31,7 +31,7 @@ public:
 
     /*!
         If there is a new token, and the application runs on Wayland, has the environment name it,
-       in which Qt's requestActivate() looks for it.
+        in which Qt's requestActivate() looks for it.
     */
     void takeOver();
 

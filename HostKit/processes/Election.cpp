@@ -4,6 +4,8 @@
 #include "Reachability.h"
 #include "SettingsSlot.h"
 
+#include <chrono>
+
 namespace HostKit {
 
 using SingleInstance::readMasterPort;

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <QtCore/QDeadlineTimer>
+#include <QtCore/QList>
 #include <QtCore/QStringList>
+
+#include <chrono>
 
 namespace HostKit {
 
@@ -11,5 +14,8 @@ namespace HostKit {
     was read, so that the next one comes behind it. Any thread; no event loop is needed.
 */
 bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadline);
+
+/*! The same for all \a lists, one after the other. Returns how many were, in \a patience. */
+int handOverAll(const QList<QStringList>& lists, quint16 port, std::chrono::milliseconds patience);
 
 } // namespace HostKit

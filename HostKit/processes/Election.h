@@ -25,7 +25,7 @@ quint16 answeringMaster();
     of if its master lives. Returns false where that cannot be done. Blocks as answeringMaster().
 
     Without the launch lock, \a isAlone is false: then a port at which somebody answers stays, for
-   its master may be about to take its part in master.lock.
+    its master may be about to take its part in master.lock.
 */
 bool clearUnreachableMaster(bool isAlone);
 

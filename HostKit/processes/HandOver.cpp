@@ -3,6 +3,7 @@
 #include "MessageFormat.h"
 
 #include <QtNetwork/QHostAddress>
+#include <QtNetwork/QNetworkProxy>
 #include <QtNetwork/QTcpSocket>
 
 #include <poll.h>
@@ -32,6 +33,8 @@ bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadl
     const QStringList noArguments(QStringLiteral(" ")); // as they are sent
     const auto remaining = [&deadline] { return static_cast<int>(deadline.remainingTime()); };
     QTcpSocket socket;
+    socket.setProxy(
+        QNetworkProxy::NoProxy); // or Qt looks for one, and loads what it needs for that
     for (const auto address : {QHostAddress::LocalHostIPv6, QHostAddress::LocalHost}) {
         socket.connectToHost(QHostAddress(address), port, QIODevice::WriteOnly);
         if (!socket.waitForConnected(remaining()))
@@ -44,6 +47,15 @@ bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadl
         return true;
     }
     return false;
+}
+
+int handOverAll(const QList<QStringList>& lists, quint16 port, std::chrono::milliseconds patience)
+{
+    const QDeadlineTimer deadline(patience);
+    int handedOver = 0;
+    while (handedOver < lists.size() && handOver(lists[handedOver], port, deadline))
+        ++handedOver;
+    return handedOver;
 }
 
 } // namespace HostKit
