@@ -125,11 +125,12 @@ private slots:
         };
         for (int i = 0; i < 100; ++i)
             write('x'); // would block here
-        QByteArray read(1 << 18, '\0');
-        const auto size = ::read(ends[0], read.data(), 1 << 17);
-        const auto kept = read.count('\n');
+        std::array<char, 1 << 18> text = {};
+        auto size = ::read(ends[0], text.data(), 1 << 17);
+        const int kept = int(std::count(text.begin(), text.end(), '\n'));
         write('y');
-        ::read(ends[0], read.data() + size, 1 << 17);
+        size += ::read(ends[0], text.data() + size, 1 << 17);
+        const QByteArray read(text.data(), int(size));
         ::dup2(usual, STDERR_FILENO);
         ::close(usual);
         const QByteArray gap =

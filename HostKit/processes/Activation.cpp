@@ -67,7 +67,7 @@ void leaveActivationToken(const QByteArray& token)
     if (isSound(token))
         Core::Settings::getInstance()->setValue(
             group(), key(), QString::number(now()) + QLatin1Char(' ') + QString::fromLatin1(token),
-            false);
+            true);
 }
 
 void ReceivedActivation::noteWhatIsThere()
