@@ -35,10 +35,11 @@ struct Session : InstanceSession {
     Session() { setRestartCommand({}); }
 };
 
-QString value(const char* key = "MasterPort")
+QString value()
 {
-    const QVariant none("none");
-    return Core::Settings::getInstance()->getValue("SingleInstance", key, none).toString();
+    return Core::Settings::getInstance()
+        ->getValue("SingleInstance", "MasterPort", "none")
+        .toString();
 }
 
 void setValue(const QString& value, const char* key = "MasterPort")

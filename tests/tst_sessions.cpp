@@ -32,12 +32,6 @@ std::vector<Launch> launchMany(int count)
     return all;
 }
 
-/* By the window manager. */
-void closeActiveWindow()
-{
-    output("xdotool", {"key", "alt+F4"});
-}
-
 /* Returns a master that will find the \a lists when it goes on. */
 Launch stoppedMaster(const QString& name, const QStringList& lists)
 {
@@ -62,8 +56,8 @@ private slots:
     {
         qputenv("QT_QPA_PLATFORM", qEnvironmentVariableIsSet("DISPLAY") ? "xcb" : "offscreen");
         qputenv("QT_QUICK_BACKEND", "software");
-        qunsetenv("SHAPE");
-        qunsetenv("RESTART");
+        for (const char* const variable : {"SHAPE", "RESTART", "HOSTKIT_STARTED_FOR"})
+            qunsetenv(variable);
         QCoreApplication::setApplicationName("application"); // as the processes do
         family.emplace();
     }
@@ -91,14 +85,15 @@ private slots:
             if (master) {
                 QTest::qWait(QRandomGenerator::global()->bounded(60)); // who is first varies
                 QVERIFY(!isStopped || master->stop());
+                const QStringList close = {"key", "alt+F4"}; // by the window manager
                 if (byKeys)
-                    closeActiveWindow();
+                    output("xdotool", close);
                 else
                     master->command(command.toUtf8());
                 QTest::qWait(QRandomGenerator::global()->bounded(isStopped ? 60 : 1));
                 master->signal(SIGCONT);
                 if (byKeys && !family->said("ends")) // nobody has the focus while that moves
-                    closeActiveWindow();
+                    output("xdotool", close);
                 master->waitForEnd();
                 QCOMPARE(master->exitCode(), command == "exit" ? 3 : 0);
             }
@@ -282,7 +277,6 @@ private slots:
     void isNoSuccessorWithOtherArguments()
     {
         const auto master = launchMaster();
-        const auto restore = qScopeGuard([] { qunsetenv("HOSTKIT_STARTED_FOR"); });
         const qint64 now = QDateTime::currentSecsSinceEpoch();
         qputenv("HOSTKIT_STARTED_FOR",
                 family->path("settings/application") + '\n' + QByteArray::number(now) + "\n1");

@@ -129,8 +129,6 @@ public:
         ::close(life);
         if (!QTest::qWaitFor([this] { return haveEnded(); }))
             QTest::qFail("a process stays", __FILE__, __LINE__);
-        for (const char* const variable : {"XDG_CONFIG_HOME", "LAUNCH_LIFE", "LAUNCH_LOG"})
-            qunsetenv(variable);
     }
     Q_DISABLE_COPY_MOVE(Family)
 

@@ -33,8 +33,8 @@
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
+#include <QtGui/QWindow>
 #include <QtQml/QQmlApplicationEngine>
-#include <QtQuick/QQuickWindow>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QWidget>
 
