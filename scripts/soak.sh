@@ -8,12 +8,12 @@ cd "$(dirname "$0")/.."
 
 # shellcheck disable=SC2086
 require_packages $build_packages $desktop_packages $test_packages clang libclang-rt-14-dev
-preset=release
-[ "${1:-}" != --try ] || preset=dev # which is built already
-build "$preset"
+kind=release
+[ "${1:-}" != --try ] || kind=dev # which is built already
+build "$kind"
 build asan SingleInstance_fuzz_receiver
 
-tests=$PWD/build/$preset/tests
+tests=$PWD/build/$kind/tests
 logs=$PWD/build/soak
 rm -rf "$logs"
 mkdir -p "$logs/fuzz"
