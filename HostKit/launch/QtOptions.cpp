@@ -64,10 +64,11 @@ bool hasValue(const Option& option)
 
 const Option* find(const Options& options, const char* argument)
 {
-    const auto found = std::find_if(options.begin(), options.end(), [&](const Option& option) {
-        return argument[0] == '-' && isNamed(option, nameOf(argument));
-    });
-    return found == options.end() ? nullptr : &*found;
+    const Option* const found =
+        std::find_if(options.begin(), options.end(), [&](const Option& option) {
+            return argument[0] == '-' && isNamed(option, nameOf(argument));
+        });
+    return found == options.end() ? nullptr : found;
 }
 
 /* Removes the options that \a isOption(argument, next) returns, and lets the others be. */
