@@ -66,12 +66,14 @@ int writeAtOnce(const QByteArray& text)
                              "/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)
                                                  : -1);
     const int standardError = own >= 0 ? int(own) : STDERR_FILENO;
+    // One that may not be opened, as another user's: a byte fits where there is any room.
+    const size_t most = own < 0 && ::isatty(STDERR_FILENO) ? 1 : PIPE_BUF;
     int written = 0;
     while (written < text.size()) {
         pollfd file = {standardError, POLLOUT, 0};
         if (::poll(&file, 1, 0) != 1 || file.revents != POLLOUT)
             break;
-        const auto size = std::min<size_t>(static_cast<size_t>(text.size() - written), PIPE_BUF);
+        const auto size = std::min(static_cast<size_t>(text.size() - written), most);
         const ssize_t put = ::write(standardError, text.constData() + written, size);
         if (put < 0 && errno != EINTR)
             break;

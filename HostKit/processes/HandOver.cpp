@@ -19,16 +19,15 @@ namespace {
 constexpr int orderPatience = 100; // ms
 
 /* A master closes its end when it has read all; one that does not move must not hold us up. */
-void waitUntilRead(int connection)
+bool isRead(int connection)
 {
     ::shutdown(connection, SHUT_WR);
     pollfd end = {connection, POLLIN, 0};
-    ::poll(&end, 1, orderPatience);
+    return ::poll(&end, 1, orderPatience) > 0;
 }
 
-} // namespace
-
-bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadline)
+/* Waits until the list was read if the master \a isMoving, or sets that to false. */
+bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadline, bool& isMoving)
 {
     const QStringList noArguments(QStringLiteral(" ")); // as they are sent
     const auto remaining = [&deadline] { return static_cast<int>(deadline.remainingTime()); };
@@ -43,17 +42,26 @@ bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadl
         while (socket.bytesToWrite() > 0 && socket.waitForBytesWritten(remaining())) { }
         if (socket.bytesToWrite() > 0)
             return false;
-        waitUntilRead(static_cast<int>(socket.socketDescriptor()));
+        isMoving = isMoving && isRead(static_cast<int>(socket.socketDescriptor()));
         return true;
     }
     return false;
 }
 
+} // namespace
+
+bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadline)
+{
+    bool isMoving = true;
+    return handOver(list, port, deadline, isMoving);
+}
+
 int handOverAll(const QList<QStringList>& lists, quint16 port, std::chrono::milliseconds patience)
 {
     const QDeadlineTimer deadline(patience);
+    bool isMoving = true;
     int handedOver = 0;
-    while (handedOver < lists.size() && handOver(lists[handedOver], port, deadline))
+    while (handedOver < lists.size() && handOver(lists[handedOver], port, deadline, isMoving))
         ++handedOver;
     return handedOver;
 }

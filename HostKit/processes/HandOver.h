@@ -15,7 +15,10 @@ namespace HostKit {
 */
 bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadline);
 
-/*! The same for all \a lists, one after the other. Returns how many were, in \a patience. */
+/*!
+    The same for all \a lists, one after the other. Returns how many were, in \a patience. Once one
+    was not read in time, the others come behind it in whatever order the master reads them.
+*/
 int handOverAll(const QList<QStringList>& lists, quint16 port, std::chrono::milliseconds patience);
 
 } // namespace HostKit

@@ -159,8 +159,10 @@ bool InstanceSessionPrivate::servesLists() const
     if (other == 0)
         return true;
     const QList<QStringList> left = passOn(takeWaitingLists(waitingLists), other);
-    if (!left.isEmpty())
-        addWaitingLists(waitingLists, left);
+    if (!left.isEmpty() && addWaitingLists(waitingLists, left))
+        qWarning(
+            "HostKit: lists of arguments wait in %s for the next master: this one takes no more",
+            qPrintable(waitingLists));
     return false;
 }
 

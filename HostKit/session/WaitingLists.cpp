@@ -1,5 +1,6 @@
 #include "WaitingLists.h"
 
+#include "MessageFormat.h"
 #include "PrivateFile.h"
 
 #include <QtCore/QCryptographicHash>
@@ -36,7 +37,8 @@ QByteArray packed(const QList<QStringList>& lists)
     QByteArray content;
     QDataStream inner(&content, QIODevice::WriteOnly);
     inner.setVersion(streamVersion);
-    inner << lists;
+    for (const QStringList& list : lists)
+        inner << SingleInstance::packArguments(list);
     QByteArray file;
     QDataStream outer(&file, QIODevice::WriteOnly);
     outer.setVersion(streamVersion);
@@ -49,7 +51,7 @@ QList<QStringList> thoseThatFit(const QList<QStringList>& lists)
 {
     qint64 size = 64; // what is around them
     const auto isTooMuch = [&size](const QStringList& list) {
-        size += 4;
+        size += 8;
         for (const QString& text : list)
             size += 4 + 2 * static_cast<qint64>(text.size());
         return size > longestFile;
@@ -78,10 +80,17 @@ QList<QStringList> unpacked(const QByteArray& file, QString& problem)
     QDataStream inner(content);
     inner.setVersion(streamVersion);
     QList<QStringList> lists;
-    inner >> lists;
-    if (inner.status() != QDataStream::Ok)
-        problem = QStringLiteral("is damaged");
-    return problem.isEmpty() ? lists : QList<QStringList>();
+    while (!inner.atEnd()) {
+        QByteArray packedList;
+        QStringList list;
+        inner >> packedList;
+        if (SingleInstance::unpackArguments(packedList, list) != QDataStream::Ok) {
+            problem = QStringLiteral("is damaged");
+            return {};
+        }
+        lists.append(list);
+    }
+    return lists;
 }
 
 /* Returns what the file holds, or in \a problem why that is not used. */

@@ -121,7 +121,9 @@ Q_SIGNALS:
         to a file in the application's folder, and the application is started once more, detached
         and without arguments, to receive it first of all. If it cannot be started, or if this
         process took such lists itself and received none, or is the tenth in a row within minutes,
-        the lists wait for the next launch, and a warning says so. The end takes some milliseconds;
+        the lists wait for the next launch, and a warning says so. (If a second master lives, which
+        took the place of this one while that could not be reached, it gets them at once; what it
+        does not take in a second or two waits for the master after it.) The end takes some milliseconds;
         at worst it waits 10 s for launches that hang half-way, 1 s for what they sent, as long as
         stopSingleInstance(), and 3 s for another master that is to have the lists. exit() in the
         application's thread ends the session as well.
