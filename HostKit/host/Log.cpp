@@ -61,13 +61,13 @@ QString withoutControls(const QString& text)
  */
 int writeAtOnce(const QByteArray& text)
 {
-    // A terminal takes less than it is given, and then waits: so by a file of our own, which does not.
-    const Descriptor own(::isatty(STDERR_FILENO) ? ::open(
-                             "/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)
-                                                 : -1);
+    // A terminal takes less than it is given, and then waits: so by a file of our own, which does not,
+    // or, where that may not be opened, a byte at a time, which fits where there is any room.
+    const bool isTerminal = ::isatty(STDERR_FILENO) != 0;
+    constexpr int flags = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    const Descriptor own(isTerminal ? ::open("/proc/self/fd/2", flags) : -1);
     const int standardError = own >= 0 ? int(own) : STDERR_FILENO;
-    // One that may not be opened, as another user's: a byte fits where there is any room.
-    const size_t most = own < 0 && ::isatty(STDERR_FILENO) ? 1 : PIPE_BUF;
+    const size_t most = isTerminal && own < 0 ? 1 : PIPE_BUF;
     int written = 0;
     while (written < text.size()) {
         pollfd file = {standardError, POLLOUT, 0};

@@ -32,8 +32,7 @@ bool handOver(const QStringList& list, quint16 port, const QDeadlineTimer& deadl
     const QStringList noArguments(QStringLiteral(" ")); // as they are sent
     const auto remaining = [&deadline] { return static_cast<int>(deadline.remainingTime()); };
     QTcpSocket socket;
-    socket.setProxy(
-        QNetworkProxy::NoProxy); // or Qt looks for one, and loads what it needs for that
+    socket.setProxy(QNetworkProxy::NoProxy); // or Qt looks for one, and loads what it needs
     for (const auto address : {QHostAddress::LocalHostIPv6, QHostAddress::LocalHost}) {
         socket.connectToHost(QHostAddress(address), port, QIODevice::WriteOnly);
         if (!socket.waitForConnected(remaining()))
