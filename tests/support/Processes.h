@@ -51,8 +51,11 @@ public:
     /* Waits for the end; returns all lines. */
     QStringList waitForEnd()
     {
-        if (state() != NotRunning && !waitForFinished())
+        if (state() != NotRunning && !waitForFinished()) {
+            const QString process = QString::number(processId());
+            execute("sh", {"-c", "grep -s . /proc/$0/task/*/*[mn]", process}); // what it waits in
             QTest::qFail("a process goes on", __FILE__, __LINE__);
+        }
         said += readAll();
         return QString::fromUtf8(said).split('\n', Qt::SkipEmptyParts);
     }

@@ -50,14 +50,6 @@
 
 using HostKit::InstanceSession;
 
-#ifdef TESTS_SANITIZED
-/* Plug-ins stay loaded, so that what they leak has the name of one that may: leaks.supp. */
-extern "C" __attribute__((visibility("default"))) int dlclose(void* /*library*/) noexcept
-{
-    return 0;
-}
-#endif
-
 namespace {
 
 const QByteArray shape = qgetenv("SHAPE");
