@@ -28,7 +28,7 @@ rows() {
         failed=1
     else
         sed -n 's/^QINFO *: [^:]*::[^:]*) \([^:]*: [0-9]* rounds\)/\1/p
-            s/^Done \([0-9]*\) runs.*/hostile bytes: \1 inputs, 0 findings/p' "$logs/last" |
+            s/^Done \([0-9]*\) runs.*/hostile bytes, in each of two runs: \1 inputs, 0 findings/p' "$logs/last" |
             sed 's/^\(.*\): \(.*\)$/| \1 | \2 |/'
     fi
 }
@@ -73,8 +73,7 @@ fuzz() {
     other=$!
     found=0
     "$@" || found=1
-    wait "$other" || found=1
-    cat "$logs/other"
+    wait "$other" || { found=1; cat "$logs/other"; }
     return "$found"
 }
 

@@ -273,8 +273,7 @@ private slots:
         QCOMPARE(Session().state(), SingleInstanceStateMaster);
     }
 
-    /* However many turns a loop has been busy for when it is told to quit, or is about to be told.
-     */
+    /* However many turns a loop has been busy for when it is told, or is about to be. */
     void worksInNoLastTurn()
     {
         for (int turns = 0; turns < 50; ++turns) {

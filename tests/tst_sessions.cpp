@@ -138,10 +138,8 @@ private slots:
         QTest::addColumn<int>("connections"); // to a master that is stopped; the kernel keeps 51
         QTest::addColumn<QString>("before");
         QTest::addColumn<QString>("after");
-        QTest::newRow("the master's queue is full") << 51 << ""
-                                                    << "";
-        QTest::newRow("the master's port is gone") << 0 << "printf 1 >$0"
-                                                   << "";
+        QTest::newRow("the master's queue is full") << 51 << QString() << QString();
+        QTest::newRow("the master's port is gone") << 0 << "printf 1 >$0" << QString();
         const QString hasIPv6 = "echo %1 >/proc/sys/net/ipv6/conf/all/disable_ipv6";
         if (qEnvironmentVariableIsSet("OWN_NETWORK")) // which the test may change as it likes
             QTest::newRow("IPv6 is switched off") << 0 << hasIPv6.arg(1) << hasIPv6.arg(0);

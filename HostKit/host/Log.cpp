@@ -61,8 +61,8 @@ QString withoutControls(const QString& text)
  */
 int writeAtOnce(const QByteArray& text)
 {
-    // A terminal takes less than it is given, and then waits: so by a file of our own, which does not,
-    // or, where that may not be opened, a byte at a time, which fits where there is any room.
+    // A terminal takes less than it is given, and then waits: so by a file of our own, which does
+    // not, or, where that may not be opened, a byte at a time, which fits where there is any room.
     const bool isTerminal = ::isatty(STDERR_FILENO) != 0;
     constexpr int flags = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     const Descriptor own(isTerminal ? ::open("/proc/self/fd/2", flags) : -1);

@@ -149,8 +149,8 @@ void InstanceSessionPrivate::decide()
         endStartup(launch->startupId);
 }
 
-/* Whether a process that was started for lists is to receive them: if another is master by now, they
- * go there. */
+/* Whether a process that was started for lists is to receive them: if another is master by now,
+ * they go there. */
 bool InstanceSessionPrivate::servesLists() const
 {
     if (!hasWaitingLists(waitingLists))
@@ -160,9 +160,9 @@ bool InstanceSessionPrivate::servesLists() const
         return true;
     const QList<QStringList> left = passOn(takeWaitingLists(waitingLists), other);
     if (!left.isEmpty() && addWaitingLists(waitingLists, left))
-        qWarning(
-            "HostKit: lists of arguments wait in %s for the next master: this one takes no more",
-            qPrintable(waitingLists));
+        qWarning("HostKit: lists of arguments wait in %s for the next master: that on port %d "
+                 "takes no more",
+                 qPrintable(waitingLists), other);
     return false;
 }
 

@@ -14,7 +14,8 @@ namespace HostKit {
     A loop that was told to quit still finishes its turn, and nobody can ask it whether it was. But
     what tells it so is some event as a rule: if none was delivered from the beginning of one turn
     to the beginning of the next, the loop goes on, and no request to quit had waited among the
-    events. Where there is no such turn among the next ones, one in which the loop goes on has to do.
+    events. Where there is no such turn among the next ones, one in which the loop goes on has to
+    do.
 
     Belongs to the application's thread. The work may delete this object, or run an event loop.
 */

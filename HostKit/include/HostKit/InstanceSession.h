@@ -120,13 +120,14 @@ Q_SIGNALS:
         until it is destroyed or the process exits. What nobody has received at its end is written
         to a file in the application's folder, and the application is started once more, detached
         and without arguments, to receive it first of all. If it cannot be started, or if this
-        process took such lists itself and received none, or is the tenth in a row within minutes,
-        the lists wait for the next launch, and a warning says so. (If a second master lives, which
-        took the place of this one while that could not be reached, it gets them at once; what it
-        does not take in a second or two waits for the master after it.) The end takes some milliseconds;
-        at worst it waits 10 s for launches that hang half-way, 1 s for what they sent, as long as
-        stopSingleInstance(), and 3 s for another master that is to have the lists. exit() in the
-        application's thread ends the session as well.
+        process took such lists itself and received none, or is the tenth in a row, each within a
+        minute of the one before, the lists wait for the next launch, and a warning says so. (If a
+        second master lives, which took the place of this one while it could not be reached, that
+        one gets them at once; what it does not take in a second or two waits for the master after
+        it.) The end takes some milliseconds; at worst it waits 10 s for launches that hang
+        half-way, 1 s for what they sent, as long as stopSingleInstance(), and 3 s for another
+        master that is to have the lists. exit() in the application's thread ends the session as
+        well.
 
         On Wayland, XDG_ACTIVATION_TOKEN names the token of the launch by then, if it had one, as it
         has from a desktop's launcher and not from a terminal: from Qt 6.4 on,

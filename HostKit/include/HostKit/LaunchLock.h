@@ -32,7 +32,8 @@ class HOSTKIT_EXPORT LaunchLock {
 public:
     /*!
         Waits up to \a patience milliseconds for the lock, in the calling thread. Go on without it
-        if it was not taken: an application that starts twice is better than one that does not start.
+        if it was not taken: an application that starts twice is better than one that does not
+        start.
     */
     explicit LaunchLock(int patience = 10000);
 
