@@ -30,7 +30,9 @@
 */
 
 /*! \cond */
-#if defined(_WIN32)
+#if defined(SINGLEINSTANCE_STATIC_DEFINE)
+#define SINGLEINSTANCE_EXPORT
+#elif defined(_WIN32)
 #if defined(SINGLEINSTANCE_LIBRARY)
 #define SINGLEINSTANCE_EXPORT __declspec(dllexport)
 #else

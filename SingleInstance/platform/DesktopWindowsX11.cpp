@@ -33,15 +33,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr auto patience = std::chrono::seconds(2);
-constexpr int longestOwnerChain = 8; // dialogs of dialogs; a window may name itself its owner
+constexpr auto timeout = std::chrono::seconds(2);
+constexpr int maxOwnerChain = 8; // dialogs of dialogs; a window may name itself its owner
 constexpr uint32_t allDesktops = 0xFFFFFFFF;
 constexpr char desktop = 0; // there is one
-
-struct Free {
-    void operator()(void* reply) const { std::free(reply); }
-};
-template <typename Reply> using Owned = std::unique_ptr<Reply, Free>;
 
 /* A connection to the server that the environment names, once it is open. */
 class Connection {
@@ -59,7 +54,7 @@ public:
 
     bool open()
     {
-        if (!xcbLibraries())
+        if (!ewmhLibrary())
             return false;
         xcb = connectToServer(&screen);
         // A failed one has no screens to set up the atoms for.
@@ -86,7 +81,7 @@ struct Walk {
     Connection connection;
     std::vector<Window> windows; // topmost first
     bool activated = false;
-    Clock::time_point deadline = Clock::now() + patience;
+    Clock::time_point deadline = Clock::now() + timeout;
 };
 
 thread_local std::shared_ptr<Walk> currentWalk; // while its callbacks run
@@ -218,7 +213,7 @@ xcb_window_t answeredOwner(Connection& connection, xcb_get_property_cookie_t coo
 std::vector<xcb_window_t> ownersFirst(Walk& walk, xcb_window_t window, xcb_window_t owner)
 {
     std::vector<xcb_window_t> chain = {window};
-    for (int i = 0; i < longestOwnerChain && find(walk, owner); ++i) {
+    for (int i = 0; i < maxOwnerChain && find(walk, owner); ++i) {
         if (std::count(chain.begin(), chain.end(), owner) > 0)
             break;
         chain.push_back(owner);

@@ -2,8 +2,8 @@
 
 #include <condition_variable>
 #include <csignal>
+#include <exception>
 #include <mutex>
-#include <system_error>
 #include <thread>
 
 namespace SingleInstance {
@@ -14,6 +14,27 @@ struct DetachedTask::Progress {
     bool hasEnded = false;
 };
 
+namespace {
+
+/* A thread begins with the signal mask of the one that starts it. */
+class BlockedSignals {
+public:
+    BlockedSignals()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+private:
+    sigset_t before = {};
+};
+
+} // namespace
+
 DetachedTask::DetachedTask(const std::function<void()>& work)
     : progress(std::make_shared<Progress>())
 {
@@ -23,29 +44,20 @@ DetachedTask::DetachedTask(const std::function<void()>& work)
         progress->hasEnded = true;
         progress->changed.notify_all();
     };
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before); // a thread begins with its parent's
+    const BlockedSignals blocked;
     try {
         std::thread(run).detach();
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) { // no thread, or no memory for one
         progress.reset();
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-bool DetachedTask::hasStarted() const
-{
-    return progress != nullptr;
-}
-
-bool DetachedTask::waitFor(std::chrono::milliseconds patience) const
+bool DetachedTask::waitFor(std::chrono::milliseconds timeout) const
 {
     if (!progress)
         return false;
     std::unique_lock<std::mutex> lock(progress->mutex);
-    return progress->changed.wait_for(lock, patience, [this] { return progress->hasEnded; });
+    return progress->changed.wait_for(lock, timeout, [this] { return progress->hasEnded; });
 }
 
 } // namespace SingleInstance

@@ -4,19 +4,29 @@
 #include <xcb/xcb.h>
 #include <xcb/xcb_ewmh.h>
 
+#include <cstdlib>
+#include <memory>
 #include <mutex>
+#include <string_view>
 
 /*
  * The functions of libxcb and libxcb-ewmh, loaded when one of them is first needed. To load them
- * with the library takes half a millisecond of every launch, before it hands over; a window is
- * raised behind that. Code in this namespace calls these instead of the ones that are linked.
+ * with the library would take half a millisecond of every launch, before it hands over; a window is
+ * raised after that. Code in this namespace calls these instead of the ones that are linked.
  *
- * Any thread. Ask whether they are there first.
+ * Any thread. Ask whether the library is there first.
  */
 namespace SingleInstance {
 
+/*! Returns libxcb, or null where it is not installed. */
+inline void* xcbLibrary()
+{
+    static void* const handle = ::dlopen("libxcb.so.1", RTLD_NOW | RTLD_LOCAL);
+    return handle;
+}
+
 /*! Returns libxcb-ewmh and what it needs, or null where it is not installed. */
-inline void* xcbLibraries()
+inline void* ewmhLibrary()
 {
     static void* const handle = ::dlopen("libxcb-ewmh.so.2", RTLD_NOW | RTLD_LOCAL);
     return handle;
@@ -27,16 +37,18 @@ template <typename Result, typename... Arguments> class LazyFunction<Result(Argu
 public:
     constexpr explicit LazyFunction(const char* itsName)
         : name(itsName)
+        , isOfEwmh(std::string_view(itsName).substr(0, 8) == "xcb_ewmh")
     {
     }
     Result operator()(Arguments... arguments) const
     {
-        return reinterpret_cast<Result (*)(Arguments...)>(::dlsym(xcbLibraries(), name))(
-            arguments...);
+        void* const library = isOfEwmh ? ewmhLibrary() : xcbLibrary();
+        return reinterpret_cast<Result (*)(Arguments...)>(::dlsym(library, name))(arguments...);
     }
 
 private:
     const char* const name;
+    const bool isOfEwmh;
 };
 
 #define LAZY(name) inline constexpr LazyFunction<decltype(::name)> name(#name)
@@ -76,6 +88,13 @@ LAZY(xcb_screen_next);
 LAZY(xcb_send_event);
 LAZY(xcb_setup_roots_iterator);
 #undef LAZY
+
+struct FreeReply {
+    void operator()(void* reply) const { std::free(reply); }
+};
+
+/*! Owns a reply or an event of libxcb. */
+template <typename Reply> using Owned = std::unique_ptr<Reply, FreeReply>;
 
 /*! xcb_connect() to the server that the environment names; sets \a screen to its number. */
 inline xcb_connection_t* connectToServer(int* screen)

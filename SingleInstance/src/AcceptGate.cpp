@@ -1,42 +1,20 @@
 #include "AcceptGate.h"
 
-#include <QtNetwork/QTcpServer>
+#include "FileDescriptors.h"
 
-#ifdef Q_OS_UNIX
-
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QEvent>
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QTimer>
-
-#include <algorithm>
-
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <unistd.h>
+#include <QtNetwork/QTcpServer>
 
 namespace SingleInstance {
 
 namespace {
 
-constexpr rlim_t descriptorsForHost = 32;
+constexpr int reserve = 32; // descriptors that are left to the host
 constexpr int retryInterval = 100; // ms; no kernel tells when a descriptor becomes free
-
-/*
- * The number that a new descriptor would get tells how near the limit is, which the host may move
- * at any time.
- */
-bool descriptorsRunLow(int anyOpen)
-{
-    const int next = ::fcntl(anyOpen, F_DUPFD_CLOEXEC, 0);
-    if (next < 0)
-        return true;
-    ::close(next);
-    rlimit limit = {};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
-        return false;
-    const rlim_t reserve = std::min(descriptorsForHost, limit.rlim_cur / 4);
-    return static_cast<rlim_t>(next) >= limit.rlim_cur - reserve;
-}
+constexpr int countInterval = 10; // ms; to count takes longer than a hand-off may on some kernels
 
 class AcceptGate : public QObject {
 public:
@@ -45,12 +23,15 @@ public:
 
 private:
     bool closeIfLow();
+    bool isLow();
     void close();
     void open();
 
     QTcpServer& server;
     const int usualPending;
     QTimer retry;
+    QElapsedTimer sinceCount;
+    int spare = 0; // connections that need no other count
 };
 
 AcceptGate::AcceptGate(QTcpServer& guarded)
@@ -77,10 +58,22 @@ bool AcceptGate::eventFilter(QObject* /*notifier*/, QEvent* event)
 
 bool AcceptGate::closeIfLow()
 {
-    const bool low = descriptorsRunLow(static_cast<int>(server.socketDescriptor()));
+    const bool low = isLow();
     if (low)
         close();
     return low;
+}
+
+bool AcceptGate::isLow()
+{
+    if (spare > 0 && !sinceCount.hasExpired(countInterval)) {
+        --spare;
+        return false;
+    }
+    const int left = freeFileDescriptors();
+    sinceCount.start();
+    spare = (left - reserve) / 2; // the host takes some meanwhile
+    return left >= 0 && left <= reserve;
 }
 
 void AcceptGate::close()
@@ -104,9 +97,3 @@ void keepDescriptorsFree(QTcpServer& server)
 }
 
 } // namespace SingleInstance
-
-#else
-
-void SingleInstance::keepDescriptorsFree(QTcpServer& /*server*/) { }
-
-#endif

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Termination.h"
+
 #include <TrvUtilities/Logging.h>
 
 #include <QtCore/QString>
@@ -39,6 +41,7 @@ void writeLine(const LogSink& sink, torvane::LogLevel level, const Values&... va
     std::wostringstream line;
     append(line, "SingleInstanceController: ");
     (append(line, values), ...);
+    const HostCall call;
     sink(level, line.str());
 }
 

@@ -4,14 +4,21 @@
 #include <QtCore/QtEndian>
 
 #include <algorithm>
+#include <numeric>
 
 namespace SingleInstance {
 
 namespace {
 
-constexpr qint64 shortestRecord = 4; // an empty string: its length alone
+constexpr qint64 countSize = 4;
+constexpr qint64 minRecordSize = 4; // an empty string: its length alone
 
 } // namespace
+
+QStringList noArguments()
+{
+    return {QStringLiteral(" ")};
+}
 
 QByteArray packArguments(const QStringList& arguments)
 {
@@ -23,8 +30,22 @@ QByteArray packArguments(const QStringList& arguments)
     return body;
 }
 
+qint64 packedSize(const QString& argument)
+{
+    return minRecordSize + 2 * static_cast<qint64>(argument.size());
+}
+
+qint64 packedSize(const QStringList& arguments)
+{
+    return std::accumulate(
+        arguments.begin(), arguments.end(), countSize,
+        [](qint64 size, const QString& argument) { return size + packedSize(argument); });
+}
+
 QByteArray prefixed(const QByteArray& body)
 {
+    if (body.size() > maxBodySize)
+        return {};
     QByteArray prefix(prefixSize, '\0');
     qToLittleEndian(static_cast<quint16>(body.size()), prefix.data());
     return prefix + body;
@@ -41,8 +62,8 @@ QDataStream::Status unpackArguments(const QByteArray& body, QStringList& argumen
     quint32 count = 0;
     stream >> count;
     arguments.clear();
-    const qint64 mostRecords = stream.device()->bytesAvailable() / shortestRecord;
-    arguments.reserve(static_cast<int>(std::min<qint64>(count, mostRecords)));
+    const qint64 maxRecords = stream.device()->bytesAvailable() / minRecordSize;
+    arguments.reserve(static_cast<int>(std::min<qint64>(count, maxRecords)));
     for (quint32 i = 0; i < count && stream.status() == QDataStream::Ok; ++i) {
         QString argument;
         stream >> argument;

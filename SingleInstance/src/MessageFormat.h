@@ -13,12 +13,21 @@ namespace SingleInstance {
  */
 
 constexpr int prefixSize = 2;
-constexpr int longestBody = 0xFFFF; // what the prefix can state
+constexpr int maxBodySize = 0xFFFF; // what the prefix can state
+
+/*! Returns the list that stands for no arguments: a single blank. */
+QStringList noArguments();
 
 /*! Returns the body that carries \a arguments, of any length. */
 QByteArray packArguments(const QStringList& arguments);
 
-/*! Returns \a body, of 1 to longestBody bytes, with its prefix in front. */
+/*! Returns how many bytes \a argument takes in a body. */
+qint64 packedSize(const QString& argument);
+
+/*! Returns the size of the body that carries \a arguments. */
+qint64 packedSize(const QStringList& arguments);
+
+/*! Returns \a body with its prefix in front, or nothing if the body is longer than maxBodySize. */
 QByteArray prefixed(const QByteArray& body);
 
 /*! Returns the length that the first two bytes of \a data state. */

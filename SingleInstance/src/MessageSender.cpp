@@ -58,13 +58,18 @@ bool sendToMaster(const QByteArray& body)
     logLine(LogLevel::Info, "sending message to the master.");
     if (body.isEmpty())
         fatalError("sending empty message not supported!");
-    if (body.size() > longestBody)
+    if (body.size() > maxBodySize)
         fatalError("sending message is too long!");
     const quint16 port = readMasterPort();
     if (port == 0) {
         logLine(LogLevel::Info, "sending message impossible, target port was not defined.");
         return false;
     }
+    return sendTo(port, body);
+}
+
+bool sendTo(quint16 port, const QByteArray& body)
+{
     QTcpSocket socket;
     socket.setProxy(QNetworkProxy::NoProxy); // Qt takes a while to find that loopback has none
     if (!connectByAnyProtocol(socket, port))

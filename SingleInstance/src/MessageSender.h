@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QtCore/QtGlobal>
+
 class QByteArray;
 
 namespace SingleInstance {
@@ -15,5 +17,8 @@ namespace SingleInstance {
     too long ends the process.
 */
 bool sendToMaster(const QByteArray& body);
+
+/*! The same for the process that listens on \a port, whatever the settings slot names. */
+bool sendTo(quint16 port, const QByteArray& body);
 
 } // namespace SingleInstance

@@ -4,8 +4,8 @@
 #include "LogBridge.h"
 #include "Receiver.h"
 #include "SettingsSlot.h"
+#include "Termination.h"
 
-#include <QtCore/QScopeGuard>
 #include <QtNetwork/QHostAddress>
 #include <QtNetwork/QTcpServer>
 
@@ -77,25 +77,20 @@ private:
     std::function<void(const QStringList&)> messageCallback;
 };
 
-/*
- * Being terminated means being cut off at the next system call, wherever that is. In Qt or in the
- * settings store that could leave a lock taken for good, so it is allowed in the host's slots
- * alone. One that merely took too long then lets the thread end as it should.
- */
+/* The host's slots may hang. */
 MessageCallback ServerThread::terminable(MessageCallback callback)
 {
     if (!callback)
         return callback;
     return [callback = std::move(callback)](const QStringList& arguments) {
-        const auto forbid = qScopeGuard([] { setTerminationEnabled(false); });
-        setTerminationEnabled(true);
+        const HostCall call;
         callback(arguments);
     };
 }
 
 void ServerThread::run()
 {
-    setTerminationEnabled(false);
+    forbidTermination();
     const quint16 portBefore = readMasterPort();
     const auto sharedCallback =
         std::make_shared<MessageCallback>(terminable(std::move(messageCallback)));

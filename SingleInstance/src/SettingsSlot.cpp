@@ -1,5 +1,7 @@
 #include "SettingsSlot.h"
 
+#include "Termination.h"
+
 #include <Core/Settings.h>
 
 namespace SingleInstance {
@@ -14,6 +16,7 @@ const QString masterPortKey = QStringLiteral("MasterPort");
 
 quint16 readMasterPort()
 {
+    const HostCall call;
     const QVariant port =
         Core::Settings::getInstance()->getValue(settingsGroup, masterPortKey, QVariant(0));
     return static_cast<quint16>(port.toUInt());
@@ -21,6 +24,7 @@ quint16 readMasterPort()
 
 void writeMasterPort(quint16 port)
 {
+    const HostCall call;
     Core::Settings::getInstance()->setValue(settingsGroup, masterPortKey, QVariant(uint(port)),
                                             true);
 }

@@ -28,13 +28,10 @@ constexpr unsigned long quitTimeout = 10000; // ms
 
 SingleInstanceState currentState; // written by start() and stop() alone
 
-/* Without arguments there is still something to hand over: a single space. */
 QStringList argumentsToHandOver()
 {
-    QStringList arguments = QCoreApplication::arguments().mid(1);
-    if (arguments.isEmpty())
-        arguments.append(QStringLiteral(" "));
-    return arguments;
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    return arguments.isEmpty() ? noArguments() : arguments;
 }
 
 void finishAsSecondary(const QStringList& arguments)
@@ -89,7 +86,7 @@ SingleInstanceState SingleInstanceController::start()
 
     const QStringList arguments = argumentsToHandOver();
     const QByteArray message = packArguments(arguments);
-    if (message.size() > longestBody) {
+    if (message.size() > maxBodySize) {
         logLine(LogLevel::Warning, "command line arguments sequence is too long (",
                 static_cast<int>(message.size()), " bytes)!");
         return currentState = SingleInstanceStateFailed;
@@ -159,7 +156,7 @@ bool SingleInstanceController::startMaster()
                 const std::lock_guard<std::mutex> lock(messagesMutex);
                 messages.append(arguments);
             }
-            emit messageReceived(); // unlocked, for a slot may take the list right here
+            Q_EMIT messageReceived(); // unlocked, for a slot may take the list right here
         });
     thread->start();
     // Not waited for by a condition: a thread that the system cannot start never reports.

@@ -4,7 +4,9 @@
 
 class QObject;
 
+#ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
 #pragma GCC visibility push(default) // the library finds no hidden definition
+#endif
 
 namespace Core {
 
@@ -20,4 +22,6 @@ public:
 
 } // namespace Core
 
+#ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
 #pragma GCC visibility pop
+#endif

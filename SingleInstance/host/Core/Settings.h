@@ -3,7 +3,9 @@
 #include <QtCore/QString>
 #include <QtCore/QVariant>
 
+#ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
 #pragma GCC visibility push(default) // the library finds no hidden definition
+#endif
 
 /*! The host's core library: registry, settings, invoker. */
 namespace Core {
@@ -28,4 +30,6 @@ public:
 
 } // namespace Core
 
+#ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
 #pragma GCC visibility pop
+#endif

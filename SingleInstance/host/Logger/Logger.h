@@ -1,6 +1,8 @@
 #pragma once
 
+#ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
 #pragma GCC visibility push(default) // the library finds no hidden definition
+#endif
 
 /*! The host's logger. */
 namespace Logger {
@@ -13,4 +15,6 @@ void setQtDebugCatchingOn(bool on);
 
 } // namespace Logger
 
+#ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
 #pragma GCC visibility pop
+#endif

@@ -3,7 +3,9 @@
 #include <functional>
 #include <string>
 
+#ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
 #pragma GCC visibility push(default) // the library finds no hidden definition
+#endif
 
 /*! The host's log: its threshold and its sink. */
 namespace torvane {
@@ -30,4 +32,6 @@ const std::function<void(LogLevel, const std::wstring&)>& GetLoggerDelegate();
 
 } // namespace torvane
 
+#ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
 #pragma GCC visibility pop
+#endif

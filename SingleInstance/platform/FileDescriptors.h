@@ -1,0 +1,13 @@
+#pragma once
+
+namespace SingleInstance {
+
+/*!
+    Returns how many more files and connections this process may open, or -1 if it has no limit.
+
+    Takes a microsecond, on older kernels as long as it takes to list all open files. Another thread
+    may open some in the same moment. Any thread.
+*/
+int freeFileDescriptors();
+
+} // namespace SingleInstance
