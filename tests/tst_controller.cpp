@@ -197,7 +197,7 @@ QStringList logOf(const QString& names)
 class ControllerTest : public QObject {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void init()
     {
         ScriptedHost::reset();

@@ -11,7 +11,7 @@ using namespace SingleInstance;
 class HandoffTest : public QObject {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void init()
     {
         ScriptedHost::reset();
@@ -84,7 +84,7 @@ private slots:
     void abandonsWhatIsNoMessage()
     {
         auto socket = receive();
-        emit socket->readyRead();
+        Q_EMIT socket->readyRead();
         QTRY_VERIFY(!socket);
         client.abort();
         socket = receive();

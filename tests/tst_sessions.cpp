@@ -51,7 +51,7 @@ Launch stoppedMaster(const QString& name, const QStringList& lists)
 class SessionsTest : public QObject {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void init()
     {
         qputenv("QT_QPA_PLATFORM", qEnvironmentVariableIsSet("DISPLAY") ? "xcb" : "offscreen");
@@ -88,6 +88,8 @@ private slots:
                 const QStringList close = {"key", "alt+F4"}; // by the window manager
                 if (byKeys)
                     output("xdotool", close);
+                else if (command == "TERM")
+                    master->signal(SIGTERM);
                 else
                     master->command(command.toUtf8());
                 QTest::qWait(QRandomGenerator::global()->bounded(isStopped ? 60 : 1));
@@ -139,6 +141,7 @@ private slots:
         QTest::addColumn<QString>("before");
         QTest::addColumn<QString>("after");
         QTest::newRow("the master's queue is full") << 51 << QString() << QString();
+        QTest::newRow("the master's queue is full, with windows") << 51 << QString() << QString();
         QTest::newRow("the master's port is gone") << 0 << "printf 1 >$0" << QString();
         const QString hasIPv6 = "echo %1 >/proc/sys/net/ipv6/conf/all/disable_ipv6";
         if (qEnvironmentVariableIsSet("OWN_NETWORK")) // which the test may change as it likes
@@ -163,6 +166,8 @@ private slots:
             }
             change(before);
 
+            if (QByteArray(QTest::currentDataTag()).endsWith("windows"))
+                qputenv("SHAPE", "closing");
             QElapsedTimer timer;
             timer.start();
             const auto launches = launchMany(20);
@@ -172,6 +177,7 @@ private slots:
             longest = std::max(longest, timer.elapsed());
             const QString newPort = contentOf(portFile());
             QVERIFY(newPort != oldPort);
+            qunsetenv("SHAPE");
             old->command("quit");
             change(after);
             old->signal(SIGCONT);
@@ -292,6 +298,7 @@ private slots:
         qputenv("QT_QPA_PLATFORM", "offscreen");
         arguments.replace('~', QFileInfo(family->path("")).canonicalFilePath());
         const QStringList words = line.split(' ', Qt::SkipEmptyParts);
+        QVERIFY(QFile(family->path("mailto:there")).open(QFile::WriteOnly));
         const auto start = [&] { return launch(words, family->path("")); };
         QCOMPARE(start()->waitForLine("arguments.*"), "arguments " + arguments);
 
@@ -303,30 +310,181 @@ private slots:
         QCOMPARE(master->waitForLine("list.*"), "list " + arguments);
     }
 
+    void answersTheUser_data() { addTable("questions.txt"); }
+
+    /* The same with a master and without, on no display, and without a lock. */
+    void answersTheUser()
+    {
+        QFETCH(QString, line);
+        QFETCH(QString, code);
+        QFETCH(QString, output);
+        QFETCH(QString, error);
+        qputenv("SHAPE", "closing");
+        const auto master = launchMaster();
+        const HostKit::LaunchLock lock; // nobody waits for it
+        for (const bool hasMaster : {true, false}) {
+            if (!hasMaster)
+                qputenv("XDG_CONFIG_HOME", family->path("none"));
+            qputenv("QT_QPA_PLATFORM", "none"); // which would end the process
+            QProcess asking;
+            asking.start(PROGRAMS "application", line.split(' '));
+            QVERIFY(asking.waitForFinished());
+            QCOMPARE(asking.exitCode(), code.toInt());
+            const auto matches = [](const QByteArray& text, const QString& pattern) {
+                return QRegularExpression("\\A" + pattern + "\\z").match(text).hasMatch();
+            };
+            QVERIFY2(matches(asking.readAllStandardOutput(), output), qPrintable(output));
+            QVERIFY2(matches(asking.readAllStandardError(), error), qPrintable(error));
+        }
+        QVERIFY(!QFile::exists(family->path("none")));
+        QVERIFY(family->lines("list.*").isEmpty());
+    }
+
+    void refusesRelativeNamesWithoutAFolder()
+    {
+        qputenv("SHAPE", "closing");
+        const QString command = "mkdir $0 && cd $0 && rmdir $0 && exec $1 %1";
+        const auto start = [&](const QString& argument) {
+            return std::make_unique<Process>("sh",
+                                             QStringList{"-c", command.arg(argument),
+                                                         family->path("gone"),
+                                                         PROGRAMS "application"});
+        };
+        const auto relative = start("a.txt");
+        QCOMPARE(relative->waitForEnd(),
+                 QStringList("The working folder was removed, so that “a.txt” names no file."));
+        QCOMPARE(relative->exitCode(), 1);
+        QCOMPARE(start("/a.txt")->waitForLine("state .*"), "state 1");
+    }
+
+    void letsTheUserHaveOneMoreProcess()
+    {
+        const auto master = launchMaster();
+        qputenv("SHAPE", "closing");
+        const auto another = launch({"--new-instance", "/b"});
+        QCOMPARE(another->waitForLine("state .*"), "state 0");
+        qunsetenv("SHAPE");
+        QCOMPARE(launched("/a"), "state 2"); // and is received by the master
+        QVERIFY(family->said("list /a"));
+        master->command("quit");
+        master->waitForEnd();
+        QCOMPARE(launchMaster()->state(), QProcess::Running);
+    }
+
     void handsOverAnyNumberOfFiles()
     {
-        QStringList files;
-        for (int i = 0; i < 3000; ++i)
-            files.append(QString("/%1").arg(i, 100));
+        QStringList files = {'/' + QString(40000, 'x')};
+        while (files.size() < 3000)
+            files.append(QString("/%1").arg(files.size(), 100));
         qputenv("SHAPE", "closing");
         const auto master = launchMaster(files);
         QCOMPARE(master->waitForLine("arguments.*"), "arguments " + files.join('|'));
+        QVERIFY(master->stop());
         QCOMPARE(launch(files)->waitForEnd(), QStringList("state 2"));
-        QStringList received;
-        while (received.size() < files.size()) {
-            const QString list = master->waitForLine("list .*");
-            QVERIFY(!list.isEmpty());
-            received += list.mid(5).split('|');
-        }
-        QCOMPARE(received, files);
+        const auto killed = launch(files); // half-way
+        killed->kill();
+        master->signal(SIGCONT);
+        QCOMPARE(master->waitForLine("list .*"), "list " + files.join('|'));
+        QCOMPARE(launch({"/last"})->waitForEnd(), QStringList("state 2"));
+        QString next = master->waitForLine("list .*");
+        if (next != "list /last") // all of the killed one, or nothing
+            QCOMPARE(std::exchange(next, master->waitForLine("list .*")),
+                     "list " + files.join('|'));
+        QCOMPARE(next, "list /last");
+    }
 
-        const QString tooLong('/' + QString(40000, 'x'));
-        const auto failed = launch({tooLong});
-        QVERIFY(!failed->waitForLine(".*longer than a message can be").isEmpty());
-        QCOMPARE(failed->waitForLine("state.*"), "state 3");
+    void waits_data() { addTable("waits.txt"); }
+
+    void waits()
+    {
+        QFETCH(QString, master); // a command to the master, or a signal to somebody
+        QFETCH(QString, code);
+        QFETCH(QString, error);
+        qputenv("XDG_RUNTIME_DIR", family->path("runtime"));
+        QVERIFY(QDir().mkpath(family->path("runtime")));
+        const auto owner = launchMaster();
+        qputenv("SHAPE", "closing");
+        const auto waiting = launch({"--wait", "/a"});
+        QVERIFY(family->said("list --wait\\|/a"));
+        QVERIFY(!waiting->waitForFinished(100));
+        if (master == "KILL")
+            owner->kill();
+        else if (master == "INT")
+            waiting->signal(SIGINT);
+        else
+            owner->command(master.toUtf8());
+        QCOMPARE(waiting->waitForEnd().filter(QRegularExpression("^(?!state)")).join('\n'), error);
+        QCOMPARE(waiting->exitCode(), code.toInt());
+        if (master == "INT") {
+            owner->command("ask");
+            QVERIFY(!owner->waitForLine("waiting 0").isEmpty());
+        }
+        QCOMPARE(QDir(family->path("runtime")).entryList({"hostkit-*"}, QDir::System),
+                 QStringList());
+        qunsetenv("XDG_RUNTIME_DIR");
+    }
+
+    /* A launch follows what it handed over, until somebody receives it. */
+    void waitsForTheNextProcess()
+    {
+        const auto master = launchMaster({"once"});
+        QVERIFY(master->stop());
+        qputenv("SHAPE", "closing");
+        const auto first = launch({"/first"}); // at which the master quits
+        QVERIFY(!first->waitForLine("state 2").isEmpty());
+        const auto waiting = launch({"--wait", "/a"});
+        QVERIFY(!waiting->waitForFinished(200));
+        qunsetenv("SHAPE");
+        master->signal(SIGCONT);
+        QVERIFY(family->said("list --wait\\|/a"));
+        QVERIFY(!family->lines("list --wait.*")
+                     .first()
+                     .startsWith(QString::number(master->processId())));
+        QVERIFY(!waiting->waitForFinished(100));
+    }
+
+    void endsAWaitThatNobodyReceived()
+    {
+        const auto master = launchMaster();
+        QVERIFY(master->stop());
+        qputenv("SHAPE", "closing");
+        const auto waiting = launch({"--wait", "/a"});
+        QVERIFY(!waiting->waitForFinished(200));
         master->kill();
-        master->waitForEnd();
-        QCOMPARE(launched(tooLong), "state 1");
+        QCOMPARE(waiting->waitForEnd().first(), "the application ended before it opened this");
+        QCOMPARE(waiting->exitCode(), 1);
+    }
+
+    /* The first launch is not ready for the others in time: its user has to answer a question. */
+    void leavesItsArgumentsToAProcessThatStarts()
+    {
+        qputenv("SHAPE", "wizard");
+        const auto first = launch({"/first"});
+        const QByteArray lock = family->path("settings/application/launch.lock");
+        QTRY_VERIFY(QFile::exists(lock) && !HostKit::LaunchLock(0).isTaken());
+        qputenv("SHAPE", "closing");
+        const auto behind = launchMany(2);
+        for (const Launch& each : behind) {
+            QCOMPARE(each->waitForEnd().filter("the arguments wait for it").size(), 1);
+            QCOMPARE(each->exitCode(), 0);
+        }
+        first->kill();
+        const auto next = launchMaster();
+        QVERIFY(family->said("list /0") && family->said("list /1"));
+    }
+
+    void keepsAwayFromAnotherNetwork()
+    {
+        if (::geteuid() != 0)
+            QSKIP("root alone can make a network namespace", 0);
+        const auto master = launchMaster();
+        const QString port = contentOf(portFile());
+        Process other("unshare", {"--net", PROGRAMS "application", "/a"});
+        QVERIFY(!other.waitForLine(".*HostKit: the master lives in another network.*").isEmpty());
+        QCOMPARE(other.waitForLine("state .*"), "state 3");
+        QCOMPARE(contentOf(portFile()), port);
+        QCOMPARE(launched("/b"), "state 2");
+        QVERIFY(family->said("list /b"));
     }
 
     /* Of the README; and of an application whose own functions have the names of those that the
@@ -335,7 +493,6 @@ private slots:
     {
         for (const auto& [name, folder] :
              {std::pair("session_sample", "Example/Documents"),
-              std::pair("parser_sample", "Example/Notes"),
               std::pair("quick_sample", "Example/Pictures"),
               std::pair("bare_sample", "bare_sample"), std::pair("side_by_side", "application")}) {
             const QString port = family->path("settings/") + folder + "/SingleInstance/MasterPort";

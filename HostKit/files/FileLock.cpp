@@ -1,12 +1,10 @@
 #include "FileLock.h"
 
-#include "ApplicationFolder.h"
+#include "ConfigDirectory.h"
 
 #include <DetachedTask.h>
 
-#include <QtCore/QDeadlineTimer>
 #include <QtCore/QFile>
-#include <QtCore/QThread>
 
 #include <atomic>
 #include <cerrno>
@@ -21,27 +19,30 @@ namespace HostKit {
 
 namespace {
 
-constexpr unsigned long retryInterval = 20; // ms, where there is no thread to wait
+int openForWriting(const QByteArray& name)
+{
+    return ::open(name.constData(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
+}
 
 int openLockFile(const QString& path)
 {
     const QByteArray name = QFile::encodeName(path);
-    const auto open = [&name] {
-        return ::open(name.constData(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    };
-    int file = open();
-    if (file < 0 && errno == ENOENT && createFolderOf(path))
-        file = open();
+    int file = openForWriting(name);
+    if (file < 0 && errno == ENOENT && createParentOf(path))
+        file = openForWriting(name);
     const int reason = errno;
-    if (file < 0) // in a read-only folder a lock file that is there serves as well
+    if (file < 0) // in a read-only folder a lock file that exists is good enough
         file = ::open(name.constData(), O_RDONLY | O_CLOEXEC);
+    // A file that root left behind, after a run by sudo, is nobody else's: we need another one.
+    if (file < 0 && reason == EACCES)
+        file = openForWriting(name + '.' + QByteArray::number(::geteuid()));
     errno = reason;
     return file;
 }
 
 } // namespace
 
-/* Released by whoever is the last to have a part in it. */
+/* The last owner releases the lock. */
 struct FileLock::State {
     State(const QString& path, Kind kind)
         : file(openLockFile(path))
@@ -92,29 +93,26 @@ bool FileLock::isTaken() const
     return state && state->isLocked;
 }
 
-/* flock() knows no time limit, so that a thread waits in it on behalf of one that goes on. */
-void FileLock::wait(const std::shared_ptr<State>& state, std::chrono::milliseconds patience)
+bool FileLock::hasTimedOut() const
 {
-    const SingleInstance::DetachedTask waiting([state] { state->wait(); });
-    if (waiting.hasStarted()) {
-        waiting.waitFor(patience);
-        return;
-    }
-    const QDeadlineTimer deadline(patience);
-    while (!state->attempt() && errno == EWOULDBLOCK && !deadline.hasExpired())
-        QThread::msleep(retryInterval);
+    return isHeldByOther;
 }
 
-FileLock FileLock::take(const QString& path, Kind kind, std::chrono::milliseconds patience)
+FileLock FileLock::take(const QString& path, Kind kind, std::chrono::milliseconds timeout)
 {
     FileLock taken;
     taken.state = std::make_shared<State>(path, kind);
-    const bool isOthers = !taken.state->attempt() && errno == EWOULDBLOCK;
-    if (!taken.isTaken() && !isOthers)
+    taken.isHeldByOther = !taken.state->attempt() && errno == EWOULDBLOCK;
+    if (!taken.isTaken() && !taken.isHeldByOther)
         qWarning("HostKit: cannot lock %s: %s", qPrintable(path), std::strerror(errno));
-    if (isOthers && patience.count() > 0)
-        wait(taken.state, patience);
-    return taken.isTaken() ? std::move(taken) : FileLock();
+    if (taken.isHeldByOther && timeout.count() > 0) {
+        // flock() has no timeout. So a thread waits in it for us, and is left behind if need be.
+        SingleInstance::DetachedTask([state = taken.state] { state->wait(); }).waitFor(timeout);
+        taken.isHeldByOther = !taken.isTaken();
+    }
+    if (!taken.isTaken())
+        taken.state.reset(); // a lock that comes too late is released at once
+    return taken;
 }
 
 } // namespace HostKit

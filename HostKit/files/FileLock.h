@@ -8,18 +8,18 @@
 namespace HostKit {
 
 /*!
-    A lock between processes on a file, which is created where it is missing and never removed.
+    A lock between processes on a file. The file is created if it is missing, and never removed.
 
-    The kernel holds it for the open file: it goes with its holder, however that dies, and a program
-    that the holder starts does not inherit it. (A child that is forked and runs no other program
-    does.) Shared locks exclude exclusive ones, and not each other. An object that is destroyed
+    The kernel holds the lock for the open file. It ends with its holder, however that dies, and a
+    program that the holder starts does not inherit it. (A child that is forked and runs no other
+    program does.) Shared locks exclude exclusive ones, and not each other. A destroyed object
     releases its lock. Move-only; use an object from one thread at a time.
 */
 class FileLock {
 public:
     enum class Kind { Exclusive, Shared };
 
-    /*! Has no lock. */
+    /*! Holds no lock. */
     FileLock();
     FileLock(FileLock&& other) noexcept;
     FileLock& operator=(FileLock&& other) noexcept;
@@ -27,20 +27,21 @@ public:
     Q_DISABLE_COPY(FileLock)
 
     /*!
-        Takes a lock on the file \a path, waiting up to \a patience for other holders; without
-        waiting at all, if that is 0. Returns an object that says whether it did: a file that cannot
-        be opened counts as not taken, and is warned of.
+        Takes a lock on the file \a path, and waits up to \a timeout for other holders. A file that
+        cannot be opened or locked is warned of.
     */
-    static FileLock take(const QString& path, Kind kind, std::chrono::milliseconds patience);
+    static FileLock take(const QString& path, Kind kind, std::chrono::milliseconds timeout);
 
-    /*! Returns whether this object has the lock. */
+    /*! Returns whether this object holds the lock. */
     bool isTaken() const;
+
+    /*! Returns whether another holder kept the lock for the whole timeout. */
+    bool hasTimedOut() const;
 
 private:
     struct State;
-    static void wait(const std::shared_ptr<State>& state, std::chrono::milliseconds patience);
-
     std::shared_ptr<State> state; // shared with a thread that waits
+    bool isHeldByOther = false;
 };
 
 } // namespace HostKit

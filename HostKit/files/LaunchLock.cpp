@@ -1,14 +1,13 @@
 #include <HostKit/LaunchLock.h>
 
-#include "ApplicationFolder.h"
+#include "ConfigDirectory.h"
 #include "FileLock.h"
 
 namespace HostKit {
 
-LaunchLock::LaunchLock(int patience)
-    : file(std::make_unique<FileLock>(
-        FileLock::take(applicationFolder() + QLatin1String("/launch.lock"),
-                       FileLock::Kind::Exclusive, std::chrono::milliseconds(patience))))
+LaunchLock::LaunchLock(int timeout)
+    : file(std::make_unique<FileLock>(FileLock::take(launchLockFile(), FileLock::Kind::Exclusive,
+                                                     std::chrono::milliseconds(timeout))))
 {
 }
 

@@ -1,6 +1,6 @@
 #include "PrivateFile.h"
 
-#include "ApplicationFolder.h"
+#include "ConfigDirectory.h"
 
 #include <QtCore/QFile>
 
@@ -33,15 +33,15 @@ bool writeAll(int file, const QByteArray& content)
 
 } // namespace
 
-std::optional<QByteArray> readAll(const Descriptor& file, int most)
+std::optional<QByteArray> readAll(const UniqueFd& file, int maxSize)
 {
     std::array<char, 4096> block;
     QByteArray content;
     for (;;) {
-        const ssize_t got = ::read(file, block.data(), block.size());
+        const ssize_t got = ::read(file.get(), block.data(), block.size());
         if (got < 0 && errno == EINTR)
             continue;
-        if (got < 0 || content.size() + got > most)
+        if (got < 0 || content.size() + got > maxSize)
             return std::nullopt;
         content.append(block.data(), static_cast<int>(got));
         if (got < static_cast<ssize_t>(block.size()))
@@ -59,14 +59,15 @@ bool replaceFile(const QString& path, const QByteArray& content)
     const QByteArray target = QFile::encodeName(path);
     QByteArray temporary = target + ".XXXXXX";
     int opened = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (opened < 0 && errno == ENOENT && createFolderOf(path)) {
+    if (opened < 0 && errno == ENOENT && createParentOf(path)) {
         temporary = target + ".XXXXXX";
         opened = ::mkostemp(temporary.data(), O_CLOEXEC);
     }
-    const Descriptor file(opened);
-    if (file < 0)
+    const UniqueFd file(opened);
+    if (!file.isValid())
         return false;
-    if (writeAll(file, content) && std::rename(temporary.constData(), target.constData()) == 0)
+    if (writeAll(file.get(), content)
+        && std::rename(temporary.constData(), target.constData()) == 0)
         return true;
     const int reason = errno;
     ::unlink(temporary.constData());

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <memory>
 #include <mutex>
 
 #include <fcntl.h>
@@ -27,8 +28,9 @@ std::atomic<LogLevel> threshold = LogLevel::Warning;
 
 HostSink& currentSink()
 {
-    static HostSink sink;
-    return sink;
+    // Never destroyed: the master's thread may write a line behind the end of main().
+    static HostSink* const sink = std::make_unique<HostSink>().release();
+    return *sink;
 }
 
 const char* nameOf(LogLevel level)
@@ -65,15 +67,15 @@ int writeAtOnce(const QByteArray& text)
     // not, or, where that may not be opened, a byte at a time, which fits where there is any room.
     const bool isTerminal = ::isatty(STDERR_FILENO) != 0;
     constexpr int flags = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const Descriptor own(isTerminal ? ::open("/proc/self/fd/2", flags) : -1);
-    const int standardError = own >= 0 ? int(own) : STDERR_FILENO;
-    const size_t most = isTerminal && own < 0 ? 1 : PIPE_BUF;
+    const UniqueFd own(isTerminal ? ::open("/proc/self/fd/2", flags) : -1);
+    const int standardError = own.isValid() ? own.get() : STDERR_FILENO;
+    const size_t maxSize = isTerminal && !own.isValid() ? 1 : PIPE_BUF;
     int written = 0;
     while (written < text.size()) {
         pollfd file = {standardError, POLLOUT, 0};
         if (::poll(&file, 1, 0) != 1 || file.revents != POLLOUT)
             break;
-        const auto size = std::min(static_cast<size_t>(text.size() - written), most);
+        const auto size = std::min(static_cast<size_t>(text.size() - written), maxSize);
         const ssize_t put = ::write(standardError, text.constData() + written, size);
         if (put < 0 && errno != EINTR)
             break;

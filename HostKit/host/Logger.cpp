@@ -6,6 +6,8 @@
 
 #include <QtCore/QString>
 
+#include <utility>
+
 namespace {
 
 using torvane::LogLevel;
@@ -38,10 +40,17 @@ void passOn(QtMsgType type, const QMessageLogContext& /*context*/, const QString
 
 } // namespace
 
-/* Caught messages go to the log sink; otherwise Qt writes them where it does by default. */
+/* Caught messages go to the log sink; otherwise to the handler that was there before. */
 void Logger::setQtDebugCatchingOn(bool on)
 {
-    qInstallMessageHandler(on ? passOn : nullptr);
+    static QtMessageHandler before = nullptr;
+    static bool isOn = false;
+    if (std::exchange(isOn, on) == on)
+        return;
+    if (on)
+        before = qInstallMessageHandler(passOn);
+    else
+        qInstallMessageHandler(std::exchange(before, nullptr));
 }
 
 void HostKit::catchQtMessages(bool on)

@@ -1,6 +1,6 @@
 #include <Core/Settings.h>
 
-#include "ApplicationFolder.h"
+#include "ConfigDirectory.h"
 #include "PrivateFile.h"
 
 #include <TrvUtilities/Logging.h>
@@ -12,20 +12,21 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <unistd.h>
 
 /*
- * One small file for each value: <application folder>/<group>/<key>, readable by this user alone.
- * Nothing is cached and nothing locked: each read is of the file as it is at that moment, whichever
- * process wrote it.
+ * One small file for each value: <configuration directory>/<group>/<key>, readable by this user
+ * alone. Nothing is cached and nothing locked: each call reads the file as it is at that moment,
+ * whichever process wrote it.
  */
 
 namespace {
 
-constexpr int longestValue = 64 * 1024;
+constexpr int maxSize = 64 * 1024;
 
 QString pathOf(const QString& group, const QString& key)
 {
-    return HostKit::applicationFolder() + QLatin1Char('/') + HostKit::asFileName(group)
+    return HostKit::configDirectory() + QLatin1Char('/') + HostKit::asFileName(group)
         + QLatin1Char('/') + HostKit::asFileName(key);
 }
 
@@ -57,8 +58,8 @@ QVariant Settings::getValue(const QString& group, const QString& key,
 {
     const QByteArray path = QFile::encodeName(pathOf(group, key));
     // Not blocked by a pipe that somebody put there.
-    const HostKit::Descriptor file(::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    const auto content = HostKit::readAll(file, longestValue);
+    const HostKit::UniqueFd file(::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const auto content = HostKit::readAll(file, maxSize);
     return content ? QVariant(QString::fromUtf8(*content)) : defaultValue;
 }
 
@@ -66,8 +67,11 @@ void Settings::setValue(const QString& group, const QString& key, const QVariant
                         bool /*flag*/)
 {
     const QString path = pathOf(group, key);
-    if (!HostKit::replaceFile(path, value.toString().toUtf8()))
-        reportOnce(path, errno);
+    if (HostKit::replaceFile(path, value.toString().toUtf8()))
+        return;
+    reportOnce(path, errno);
+    ::unlink(
+        QFile::encodeName(path).constData()); // where the disk is full, not even 0 can be written
 }
 
 } // namespace Core

@@ -8,27 +8,29 @@
 namespace HostKit {
 
 /*!
-    A program's arguments in the shape that main() gets them, with all file names absolute.
+    A program's arguments in the shape in which main() gets them.
 
-    The application object keeps a reference to the number and the pointers, so keep this alive as
-    long. Copies share the texts. The application's thread.
+    The application object keeps references to the number and to the pointers, so this object must
+    outlive it. The application's thread.
 */
-struct CommandLine {
-    /*!
-        Copies \a argv. What follows one of the options in \a notFiles stays as it is, and so does
-        any other text that is in it.
-    */
-    CommandLine(int argc, char** argv, const QStringList& notFiles);
+class CommandLine {
+public:
+    CommandLine(int argc, char** argv);
+    Q_DISABLE_COPY_MOVE(CommandLine)
 
-    std::vector<QByteArray> texts; // never to be changed: the pointers point into them
+    const std::vector<QByteArray>& texts() const { return arguments; }
+
+    /*! Replaces the argument at \a position. */
+    void replace(size_t position, const QByteArray& text);
+
+    int count;
     std::vector<char*> pointers; // with a null behind the last
-    int count = 0;
+
+private:
+    std::vector<QByteArray> arguments; // the pointers point into them
 };
 
-/*! Removes the argument at \a pointer. */
-void removeArgument(CommandLine& line, const char* pointer);
-
-/*! Returns \a line without the options that an application object with windows takes out. */
-CommandLine withoutQtOptions(CommandLine line);
+/*! Returns \a arguments as an application object decodes them. */
+QStringList decoded(const std::vector<QByteArray>& arguments);
 
 } // namespace HostKit

@@ -1,10 +1,9 @@
 #include "QtOptions.h"
 
-#include <QtCore/QByteArray>
+#include <QtCore/QList>
 
 #include <algorithm>
-#include <cstring>
-#include <initializer_list>
+#include <array>
 
 namespace HostKit {
 
@@ -12,9 +11,10 @@ namespace {
 
 enum class Kind {
     Flag,
-    Assignment, // "-name=value"
-    Value, // with the argument behind it
-    ValueIfThere, // likewise, but as the last argument it is none of Qt's
+    Value, // the argument behind it
+    Assignable, // the argument behind it, or "-name=value"
+    X11Flag,
+    X11Value,
 };
 
 struct Option {
@@ -22,123 +22,87 @@ struct Option {
     Kind kind;
 };
 
-using Options = std::initializer_list<Option>;
+/* Those of QCoreApplication, QGuiApplication, QApplication and the platform plug-in for X11. */
+constexpr std::array options = {
+    Option{"platform", Kind::Value},
+    Option{"platformpluginpath", Kind::Value},
+    Option{"platformtheme", Kind::Value},
+    Option{"plugin", Kind::Value},
+    Option{"qwindowgeometry", Kind::Value},
+    Option{"qwindowicon", Kind::Value},
+    Option{"qwindowtitle", Kind::Value},
+    Option{"session", Kind::Value},
+    Option{"qmljsdebugger", Kind::Assignable},
+    Option{"style", Kind::Assignable},
+    Option{"stylesheet", Kind::Assignable},
+    Option{"qdebug", Kind::Flag},
+    Option{"qdevel", Kind::Flag},
+    Option{"reverse", Kind::Flag},
+    Option{"testability", Kind::Flag},
+    Option{"widgetcount", Kind::Flag},
+    Option{"display", Kind::X11Value},
+    Option{"geometry", Kind::X11Value},
+    Option{"icon", Kind::X11Value},
+    Option{"name", Kind::X11Value},
+    Option{"title", Kind::X11Value},
+    Option{"dograb", Kind::X11Flag},
+    Option{"nograb", Kind::X11Flag},
+};
 
-/* As Qt goes through them: once for each of its layers, each without what those before it took. */
-constexpr Options core = {{"qmljsdebugger", Kind::Assignment},
-                          {"qmljsdebugger", Kind::ValueIfThere}};
-constexpr Options platform = {{"platformpluginpath", Kind::Value}, {"platform", Kind::Value},
-                              {"platformtheme", Kind::Value},      {"qwindowgeometry", Kind::Value},
-                              {"qwindowtitle", Kind::Value},       {"qwindowicon", Kind::Value}};
-constexpr Options platformX11 = {
-    {"geometry", Kind::Value}, {"title", Kind::Value}, {"icon", Kind::Value}};
-constexpr Options pluginX11 = {{"display", Kind::ValueIfThere},
-                               {"name", Kind::ValueIfThere},
-                               {"nograb", Kind::Flag},
-                               {"dograb", Kind::Flag}};
-constexpr Options gui = {{"plugin", Kind::Value},     {"reverse", Kind::Flag},
-                         {"testability", Kind::Flag}, {"session", Kind::ValueIfThere},
-                         {"style", Kind::Assignment}, {"style", Kind::ValueIfThere}};
-constexpr Options widgets = {{"qdevel", Kind::Flag},           {"qdebug", Kind::Flag},
-                             {"style", Kind::Assignment},      {"style", Kind::ValueIfThere},
-                             {"stylesheet", Kind::Assignment}, {"stylesheet", Kind::ValueIfThere},
-                             {"widgetcount", Kind::Flag}};
-
-const char* nameOf(const char* argument)
+/* Returns what is behind one hyphen or two, without a value. */
+QByteArray nameOf(const QByteArray& argument)
 {
-    return argument + (argument[1] == '-' ? 2 : 1);
+    const QByteArray text = argument.mid(argument.startsWith("--") ? 2 : 1);
+    return text.split('=').first();
 }
 
-bool isNamed(const Option& option, const char* name)
+QByteArray platformOf(const std::vector<QByteArray>& arguments)
 {
-    if (option.kind != Kind::Assignment)
-        return std::strcmp(option.name, name) == 0;
-    const size_t length = std::strlen(option.name);
-    return std::strncmp(option.name, name, length) == 0 && name[length] == '=';
-}
-
-bool hasValue(const Option& option)
-{
-    return option.kind == Kind::Value || option.kind == Kind::ValueIfThere;
-}
-
-const Option* find(const Options& options, const char* argument)
-{
-    const Option* const found =
-        std::find_if(options.begin(), options.end(), [&](const Option& option) {
-            return argument[0] == '-' && isNamed(option, nameOf(argument));
-        });
-    return found == options.end() ? nullptr : found;
-}
-
-/* Removes the options that \a isOption(argument, next) returns, and lets the others be. */
-template <typename IsOption>
-void removeOptions(std::vector<char*>& arguments, const IsOption& isOption)
-{
-    std::vector<char*> kept = {arguments.front()};
-    for (size_t i = 1; i < arguments.size(); ++i) {
-        const bool isLast = i + 1 == arguments.size();
-        const Option* const option = isOption(arguments[i], isLast ? "" : arguments[i + 1]);
-        if (!option || (option->kind == Kind::ValueIfThere && isLast))
-            kept.push_back(arguments[i]);
-        else if (hasValue(*option))
-            ++i;
+    QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    if (platform.isEmpty())
+        platform = qgetenv("XDG_SESSION_TYPE") == "wayland" ? "wayland" : "xcb";
+    for (size_t i = 1; i + 1 < arguments.size(); ++i) {
+        if (arguments[i] == "-platform" || arguments[i] == "--platform")
+            platform = arguments[i + 1];
     }
-    arguments.swap(kept);
+    return platform;
 }
 
-void remove(std::vector<char*>& arguments, const Options& options)
+/* Returns how many arguments from \a position on are an option of Qt's: 0, 1 or 2. */
+size_t sizeOfQtOption(const std::vector<QByteArray>& arguments, size_t position, bool isX11)
 {
-    removeOptions(arguments, [&options](const char* argument, const char* /*next*/) {
-        return find(options, argument);
-    });
-}
-
-QByteArray defaultPlatform()
-{
-    const QByteArray named = qgetenv("QT_QPA_PLATFORM");
-    const QByteArray desktop = qgetenv("XDG_CURRENT_DESKTOP") + qgetenv("XDG_SESSION_DESKTOP");
-    const bool isGnome =
-        QT_VERSION < QT_VERSION_CHECK(6, 0, 0) && desktop.toLower().contains("gnome");
-    const bool isWayland = qgetenv("XDG_SESSION_TYPE") == "wayland" && !isGnome;
-    return !named.isEmpty() ? named : QByteArray(isWayland ? "wayland" : "xcb");
-}
-
-/* Returns whether the platform is X11 behind the last of the options that name one. */
-bool removeOfPlatform(std::vector<char*>& arguments)
-{
-    QByteArray name = defaultPlatform();
-    removeOptions(arguments, [&name](const char* argument, const char* next) {
-        const Option* const option = find(platform, argument);
-        if (option && std::strcmp(option->name, "platform") == 0)
-            name = next;
-        return !option && name.startsWith("xcb") ? find(platformX11, argument) : option;
-    });
-    return name.startsWith("xcb");
+    const QByteArray& argument = arguments[position];
+    const QByteArray name = nameOf(argument);
+    const auto* const option =
+        std::find_if(options.begin(), options.end(), [&](const Option& each) {
+            return argument.startsWith('-') && name == each.name;
+        });
+    if (option == options.end())
+        return 0;
+    const Kind kind = option->kind;
+    if (!isX11 && (kind == Kind::X11Flag || kind == Kind::X11Value))
+        return 0;
+    if (argument.contains('='))
+        return kind == Kind::Assignable ? 1 : 0;
+    if (kind == Kind::Flag || kind == Kind::X11Flag)
+        return 1;
+    return position + 1 < arguments.size() ? 2 : 0; // a value is missing: Qt leaves it
 }
 
 } // namespace
 
-bool takesValue(const char* argument)
+std::vector<size_t> positionsWithoutQtOptions(const std::vector<QByteArray>& arguments)
 {
-    const auto takesIt = [name = nameOf(argument)](const Options& options) {
-        return std::any_of(options.begin(), options.end(), [name](const Option& option) {
-            return hasValue(option) && isNamed(option, name);
-        });
-    };
-    return takesIt(core) || takesIt(platform) || takesIt(platformX11) || takesIt(pluginX11)
-        || takesIt(gui) || takesIt(widgets);
-}
-
-void removeQtOptions(std::vector<char*>& arguments)
-{
-    if (arguments.empty())
-        return;
-    remove(arguments, core);
-    if (removeOfPlatform(arguments))
-        remove(arguments, pluginX11);
-    remove(arguments, gui);
-    remove(arguments, widgets);
+    const bool isX11 = platformOf(arguments).startsWith("xcb");
+    std::vector<size_t> left;
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        const size_t size = i == 0 ? 0 : sizeOfQtOption(arguments, i, isX11);
+        if (size == 0)
+            left.push_back(i);
+        else
+            i += size - 1;
+    }
+    return left;
 }
 
 } // namespace HostKit

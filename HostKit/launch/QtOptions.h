@@ -1,22 +1,18 @@
 #pragma once
 
+#include <QtCore/QByteArray>
+
 #include <vector>
 
 namespace HostKit {
 
-/*
- * The options that Qt takes out of the command line of an application with windows before that sees
- * its arguments. Any thread.
- */
-
-/*! Returns whether Qt takes the argument behind \a argument, a text that begins with -, with it. */
-bool takesValue(const char* argument);
-
 /*!
-    Removes from \a arguments, of which the first is the program, what a QApplication would, as far
-    as that can be told without one: the platform is the one that is asked for, or that of the
-    user's desktop.
+    Returns the positions of the \a arguments that are left when an application object with windows
+    has removed its own options. The first argument, which names the program, is always left.
+
+    Options of X11 count where the platform is X11: the one that is asked for, or that of the user's
+    desktop. Any thread.
 */
-void removeQtOptions(std::vector<char*>& arguments);
+std::vector<size_t> positionsWithoutQtOptions(const std::vector<QByteArray>& arguments);
 
 } // namespace HostKit

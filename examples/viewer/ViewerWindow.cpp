@@ -1,7 +1,6 @@
 #include "ViewerWindow.h"
 
 #include "TextFile.h"
-#include "WaylandActivation.h"
 
 #include <QtCore/QDebug>
 #include <QtCore/QDir>
@@ -18,6 +17,8 @@
 #include <QtWidgets/QTabWidget>
 #include <QtWidgets/QVBoxLayout>
 
+#include <algorithm>
+#include <memory>
 #include <utility>
 
 namespace {
@@ -27,10 +28,11 @@ constexpr qint64 largestFile = 8 << 20; // of line breaks alone, that takes 3 GB
 constexpr int noticedLines = 6;
 constexpr int namedFiles = 3; // in a question
 
+/* Strangers may send anything. */
 QString pathOf(const QString& argument)
 {
     const QUrl url(argument);
-    return url.isLocalFile() ? url.toLocalFile() : argument;
+    return QDir::cleanPath(url.isLocalFile() ? url.toLocalFile() : argument);
 }
 
 } // namespace
@@ -45,8 +47,7 @@ ViewerWindow::ViewerWindow()
     notice->hide();
     tabs->setDocumentMode(true);
     tabs->setTabsClosable(true);
-    connect(tabs, &QTabWidget::tabCloseRequested, this,
-            [this](int index) { delete tabs->widget(index); });
+    connect(tabs, &QTabWidget::tabCloseRequested, this, &ViewerWindow::closeTab);
 
     auto* const content = new QWidget(this);
     auto* const layout = new QVBoxLayout(content);
@@ -58,25 +59,26 @@ ViewerWindow::ViewerWindow()
     QMenu* const menu = menuBar()->addMenu(tr("&File"));
     menu->addAction(tr("&Open…"), this, &ViewerWindow::chooseFiles)
         ->setShortcut(QKeySequence::Open);
+    menu->addAction(tr("&Close Tab"), this, [this] { closeTab(tabs->currentIndex()); })
+        ->setShortcut(QKeySequence::Close);
     menu->addAction(tr("&Quit"), this, &QWidget::close)->setShortcut(QKeySequence::Quit);
     resize(720, 480);
 }
 
-void ViewerWindow::open(const QStringList& arguments)
+void ViewerWindow::open(const QStringList& files)
 {
-    for (const QString& argument : arguments) {
-        const QString path = pathOf(argument);
-        if (QDir::isAbsolutePath(path))
-            openFile(QDir::cleanPath(path));
-        else if (argument != QLatin1String("--") && !argument.isEmpty())
-            tell(tr("“%1” is no file that can be found from here.").arg(argument));
-    }
+    for (const QString& file : files)
+        openFile(pathOf(file));
 }
 
 void ViewerWindow::openFile(const QString& path)
 {
     if (large.contains(path))
         return;
+    if (!QDir::isAbsolutePath(path)) {
+        refuse(path, tr("“%1” is no file that can be found from here.").arg(path));
+        return;
+    }
     const TextFile file = readTextFile(path, largeFile);
     if (file.isLonger)
         askAbout(path);
@@ -109,7 +111,11 @@ void ViewerWindow::openAsked(int answer)
 {
     question.clear(); // it goes soon: whoever asks next needs another
     const QStringList asked = std::exchange(large, {});
-    for (const QString& path : answer == QMessageBox::Yes ? asked : QStringList()) {
+    for (const QString& path : asked) {
+        if (answer != QMessageBox::Yes) {
+            release(path);
+            continue;
+        }
         TextFile file = readTextFile(path, largestFile);
         if (file.isLonger)
             file.problem = tr("“%1” has more than %2 MiB.").arg(path).arg(largestFile >> 20);
@@ -123,9 +129,36 @@ void ViewerWindow::showFile(const QString& path, const TextFile& file)
         showText(path, file.text);
         qInfo().noquote() << "opened" << path;
     } else {
-        tell(file.problem);
-        qInfo().noquote() << "not opened:" << file.problem;
+        refuse(path, file.problem);
     }
+}
+
+void ViewerWindow::closeTab(int index)
+{
+    const std::unique_ptr<QWidget> view(tabs->widget(index));
+    if (view)
+        release(view->objectName());
+}
+
+/* The last copy of a launch that goes answers it. */
+void ViewerWindow::release(const QString& path)
+{
+    for (WaitingLaunch& each : waiting)
+        each.files.removeAll(path);
+    waiting.erase(std::remove_if(waiting.begin(), waiting.end(),
+                                 [](const WaitingLaunch& each) { return each.files.isEmpty(); }),
+                  waiting.end());
+}
+
+void ViewerWindow::refuse(const QString& path, const QString& problem)
+{
+    tell(problem);
+    qInfo().noquote() << "not opened:" << problem;
+    for (const WaitingLaunch& each : waiting) {
+        if (each.files.contains(path))
+            each.launch.answer(1, QStringLiteral("viewer: ") + problem + QLatin1Char('\n'));
+    }
+    release(path);
 }
 
 void ViewerWindow::showText(const QString& path, const QString& text)
@@ -154,24 +187,34 @@ void ViewerWindow::tell(const QString& text)
     notice->show();
 }
 
-void ViewerWindow::openFromOtherLaunch(const QStringList& arguments)
+void ViewerWindow::openFromOtherLaunch(const QStringList& files,
+                                       const HostKit::ReceivedLaunch& launch)
 {
     present();
-    open(arguments);
+    QStringList paths;
+    for (const QString& file : files)
+        paths.append(pathOf(file));
+    if (launch.isWaiting() && !paths.isEmpty())
+        waiting.append({launch, paths});
+    open(files);
 }
 
 /* A question that is open stays in front of the window. */
 void ViewerWindow::present()
 {
     setWindowState(windowState() & ~Qt::WindowMinimized);
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+        hide(); // Qt 5 cannot activate a window there; a new one comes to the front
+        show();
+        return;
+    }
+#endif
     raise();
     QWidget* const dialog = QApplication::activeModalWidget();
     QWidget* const asking = question ? static_cast<QWidget*>(question) : this;
     QWidget* const front = dialog ? dialog : asking;
     front->raise();
-#ifdef VIEWER_ACTIVATES_ON_WAYLAND
-    activateOnWayland(*front);
-#endif
     front->activateWindow();
 }
 

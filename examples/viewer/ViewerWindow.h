@@ -1,5 +1,7 @@
 #pragma once
 
+#include <HostKit/ReceivedLaunch.h>
+
 #include <QtCore/QPointer>
 #include <QtWidgets/QMainWindow>
 
@@ -18,20 +20,32 @@ public:
     ViewerWindow();
 
     /*!
-        Opens each absolute path or file URL among \a arguments in a tab, the last one in front; a
-        file that is open already is read again. Problems go to the notice, other arguments among
-        them. Large files wait until the user has said whether to open them.
+        Opens each absolute path or file URL in \a files in a tab, the last one in front. A file that
+        is open already is read again. Problems go to the notice. Large files wait until the user has
+        said whether to open them.
     */
-    void open(const QStringList& arguments);
+    void open(const QStringList& files);
 
-    /*! Comes to the front and opens \a arguments, which another launch handed over. */
-    void openFromOtherLaunch(const QStringList& arguments);
+    /*!
+        Comes to the front and opens \a files of another launch. If that waits, it is answered when
+        the tabs of the files are closed, or at once if one cannot be shown.
+    */
+    void openFromOtherLaunch(const QStringList& files, const HostKit::ReceivedLaunch& launch);
 
     /*! Shows \a text in the notice, below what it says already. */
     void tell(const QString& text);
 
 private:
+    /* A launch that waits for files, which are open or asked about. */
+    struct WaitingLaunch {
+        HostKit::ReceivedLaunch launch;
+        QStringList files;
+    };
+
     void present();
+    void closeTab(int index);
+    void release(const QString& path);
+    void refuse(const QString& path, const QString& problem);
     void openFile(const QString& path);
     void askAbout(const QString& path);
     void openAsked(int answer);
@@ -43,4 +57,5 @@ private:
     QTabWidget* tabs;
     QStringList large; // files that the user is asked about
     QPointer<QMessageBox> question;
+    QList<WaitingLaunch> waiting;
 };

@@ -3,7 +3,10 @@
 #include <HostKit/InstanceSession.h>
 #include <HostKit/Launch.h>
 #include <HostKit/Log.h>
+#include <HostKit/Signals.h>
 
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QDebug>
 #include <QtWidgets/QApplication>
 
 #include <cstdio>
@@ -15,7 +18,7 @@ using HostKit::LogLevel;
 
 namespace {
 
-/* Or the first connections that are opened would be taken for them, and get the log. */
+/* Otherwise the first connections would get their numbers, and the log. */
 void openStandardFiles()
 {
     int file = ::open("/dev/null", O_RDWR);
@@ -34,10 +37,33 @@ void setUpLog()
     HostKit::catchQtMessages(true);
 }
 
-int sayHandedOver()
+void addOptions(QCommandLineParser& parser)
 {
-    std::puts("viewer: handed over to the window that is open");
-    return 0;
+    parser.setApplicationDescription(
+        QCoreApplication::translate("main", "Shows text files, each in a tab of one window."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addOption({QStringLiteral("new-instance"),
+                      QCoreApplication::translate(
+                          "main", "Open a window of its own, apart from the one that is open.")});
+    parser.addOption(
+        {{QStringLiteral("w"), QStringLiteral("wait")},
+         QCoreApplication::translate("main",
+                                     "Wait until the tabs of the files are closed. Fail if a file "
+                                     "cannot be shown.")});
+    parser.addPositionalArgument(QStringLiteral("files"),
+                                 QCoreApplication::translate("main", "Text files, or file URLs."),
+                                 QStringLiteral("[files...]"));
+}
+
+QStringList filesIn(const QStringList& arguments)
+{
+    QCommandLineParser parser;
+    addOptions(parser);
+    // Not process(), which would end this program for the mistake of another one.
+    if (!parser.parse(QStringList(QString()) + arguments))
+        qWarning().noquote() << parser.errorText();
+    return parser.positionalArguments();
 }
 
 } // namespace
@@ -46,17 +72,26 @@ int main(int argc, char* argv[])
 {
     openStandardFiles();
     setUpLog();
-    HostKit::Launch launch(argc, argv, QStringLiteral("SingleInstance"), QStringLiteral("viewer"));
-    if (launch.isHandedOver())
-        return sayHandedOver();
+    QCoreApplication::setApplicationVersion(QStringLiteral(VIEWER_VERSION));
+    QCommandLineParser parser;
+    addOptions(parser);
+    HostKit::Launch launch(argc, argv, QStringLiteral("SingleInstance"), QStringLiteral("viewer"),
+                           parser,
+                           {{QStringLiteral("new-instance"), HostKit::OptionRole::NewInstance},
+                            {QStringLiteral("wait"), HostKit::OptionRole::Wait}});
+    if (launch.isHandedOver() && !parser.isSet(QStringLiteral("wait")))
+        std::puts("viewer: handed over to the window that is open");
+    if (launch.isDone())
+        return launch.exitCode();
     QApplication application(launch.argc(), launch.argv());
+    HostKit::quitOnSignals();
     HostKit::InstanceSession session;
-    if (session.state() == SingleInstanceStateSecondary)
-        return sayHandedOver();
 
     ViewerWindow window;
-    QObject::connect(&session, &HostKit::InstanceSession::argumentsReceived, &window,
-                     &ViewerWindow::openFromOtherLaunch);
+    QObject::connect(&session, &HostKit::InstanceSession::launchReceived, &window,
+                     [&window](const HostKit::ReceivedLaunch& received) {
+                         window.openFromOtherLaunch(filesIn(received.arguments()), received);
+                     });
     window.setWindowTitle(QStringLiteral("Viewer"));
     window.show();
     if (session.state() == SingleInstanceStateFailed)
@@ -64,6 +99,6 @@ int main(int argc, char* argv[])
             "main",
             "This window stands alone: it could neither hand its files to a running viewer "
             "nor prepare for later ones, which will not appear here."));
-    window.open(QCoreApplication::arguments().mid(1));
+    window.open(parser.positionalArguments());
     return QApplication::exec();
 }

@@ -12,6 +12,8 @@
  *   deleted   a window that is deleted as the application quits
  *   child     a window that the session is a child of, and is deleted with
  *   quick     a Qt Quick window, which is hidden when it is closed
+ *   wizard    never gets from its launch to its session
+ *   frames    no windows, and a timer that is due before its work of 16 ms is done
  *
  * Those with windows use HostKit::Launch. It says "arguments A|B" as the application object has
  * them, "state N", "ends" when its end begins, and for each list "list A|B"; "hidden A|B" if its
@@ -26,7 +28,9 @@
 #include <HostKit/InstanceSession.h>
 #include <HostKit/Launch.h>
 #include <HostKit/Log.h>
+#include <HostKit/Signals.h>
 
+#include <QtCore/QCommandLineParser>
 #include <QtCore/QEventLoop>
 #include <QtCore/QFile>
 #include <QtCore/QProcess>
@@ -44,6 +48,7 @@
 #include <functional>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -53,7 +58,8 @@ using HostKit::InstanceSession;
 namespace {
 
 const QByteArray shape = qgetenv("SHAPE");
-const bool hasWindow = QByteArrayList{"closing", "deleted", "child", "quick"}.contains(shape);
+const bool hasWindow =
+    QByteArrayList{"closing", "deleted", "child", "quick", "wizard"}.contains(shape);
 bool isQuitting = false;
 std::function<void()> quit = QCoreApplication::quit;
 
@@ -73,8 +79,16 @@ void beginEnd()
         say("ends");
 }
 
+std::vector<HostKit::ReceivedLaunch> waiting; // for an answer
+
 void obey(const QByteArray& command)
 {
+    if (command == "answer")
+        return waiting.at(0).answer(3, "no such file\n");
+    if (command == "drop")
+        return waiting.clear();
+    if (command == "ask")
+        return say("waiting " + QByteArray::number(waiting.at(0).isWaiting()));
     beginEnd();
     if (command == "queued") { // and some work before it is handled
         QMetaObject::invokeMethod(qApp, quit, Qt::QueuedConnection);
@@ -102,6 +116,18 @@ void show(const QStringList& arguments)
     say(isQuitting ? "late " : isSeen ? "list " : "hidden ", arguments);
     if (QCoreApplication::arguments().contains("once"))
         obey("quit");
+}
+
+void keep(const HostKit::ReceivedLaunch& launch)
+{
+    if (launch.isWaiting())
+        waiting.push_back(launch);
+}
+
+void receive(InstanceSession& session)
+{
+    QObject::connect(&session, &InstanceSession::argumentsReceived, qApp, show);
+    QObject::connect(&session, &InstanceSession::launchReceived, qApp, keep);
 }
 
 std::unique_ptr<QSocketNotifier> listenTo(int file)
@@ -135,6 +161,7 @@ int runWithWindow(std::unique_ptr<InstanceSession> session)
         window = widget;
     }
     QObject::connect(session.get(), &InstanceSession::argumentsReceived, window, show);
+    QObject::connect(session.get(), &InstanceSession::launchReceived, window, keep);
     QObject::connect(qGuiApp, &QGuiApplication::lastWindowClosed, beginEnd);
     if (shape == "child")
         session.release()->setParent(window);
@@ -150,9 +177,11 @@ int runWithoutWindow(InstanceSession* session)
     if (shape == "deaf" && QCoreApplication::arguments().size() == 1) // started by a session
         QTimer::singleShot(0, qApp, [] { obey("quit"); });
     else if (shape != "deaf")
-        QObject::connect(session, &InstanceSession::argumentsReceived, qApp, show);
+        receive(*session);
     QTimer work;
-    if (shape == "busy")
+    if (shape == "frames")
+        QObject::connect(&work, &QTimer::timeout, [] { QThread::msleep(16); });
+    if (shape == "busy" || shape == "frames")
         work.start(0);
     QEventLoop loop;
     if (shape != "loop")
@@ -180,6 +209,20 @@ int run()
     return hasWindow ? runWithWindow(std::move(session)) : runWithoutWindow(session.get());
 }
 
+std::unique_ptr<HostKit::Launch> makeLaunch(int argc, char** argv, QCommandLineParser& parser)
+{
+    using HostKit::OptionRole;
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addOptions({{"note", "", "text"}, {{"o", "output"}, "", "file"}, {"x", ""}});
+    parser.addOptions({{"wait", ""}, {"new-instance", ""}});
+    return std::make_unique<HostKit::Launch>(
+        argc, argv, QString(), "application", parser,
+        HostKit::OptionRoles{{"output", OptionRole::FileName},
+                             {"wait", OptionRole::Wait},
+                             {"new-instance", OptionRole::NewInstance}});
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
@@ -189,15 +232,19 @@ int main(int argc, char* argv[])
     ::alarm(60);
     HostKit::setLogSink(HostKit::writeToStandardError);
     HostKit::catchQtMessages(true);
+    QCoreApplication::setApplicationVersion("7");
     std::unique_ptr<HostKit::Launch> launch;
     std::unique_ptr<QCoreApplication> application;
+    QCommandLineParser parser;
     if (hasWindow) {
-        launch = std::make_unique<HostKit::Launch>(argc, argv, QString(), "application",
-                                                   QStringList{"--note", "new"});
-        if (launch->isHandedOver()) {
-            say("state 2");
-            return 0;
+        launch = makeLaunch(argc, argv, parser);
+        if (launch->isDone()) {
+            if (launch->isHandedOver())
+                say("state 2");
+            return launch->exitCode();
         }
+        if (shape == "wizard") // the user has to answer it first
+            ::pause();
         if (shape == "quick")
             application = std::make_unique<QGuiApplication>(launch->argc(), launch->argv());
         else
@@ -206,6 +253,7 @@ int main(int argc, char* argv[])
         application = std::make_unique<QCoreApplication>(argc, argv);
     }
     QCoreApplication::setApplicationName("application");
+    HostKit::quitOnSignals();
     // One that a session started inherits an input that ends.
     const auto input = argc > 1 ? listenTo(STDIN_FILENO) : nullptr;
     const int file = ::open(qgetenv("LAUNCH_LIFE").constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);

@@ -7,67 +7,115 @@
 #include <HostKit/export.h>
 
 #include <QtCore/QString>
-#include <QtCore/QStringList>
 
 #include <memory>
+#include <utility>
+#include <vector>
+
+class QCommandLineParser;
 
 namespace HostKit {
 
 struct LaunchPrivate;
 
+/*! What an option of an application means to a Launch. */
+enum class OptionRole {
+    FileName, //!< its value names a file
+    NewInstance, //!< this process takes no part: it is neither master nor secondary
+    Wait, //!< the launch ends when the master is done with it: ReceivedLaunch::answer()
+};
+
+/*! Options of an application, each by one of its names, and what they mean. */
+using OptionRoles = std::vector<std::pair<QString, OptionRole>>;
+
+/*! What the positional arguments of an application are. */
+enum class Positionals {
+    FileNames, //!< names of files, or URIs
+    Text, //!< anything else: they are handed over as they are
+};
+
 /*!
-    The start of an application with windows: a launch that finds a master hands over to it before
-    anything of the window system is loaded.
+    The start of an application with windows. A launch that finds a master hands its arguments over
+    before anything of the window system is loaded.
 
     \code
-    HostKit::Launch launch(argc, argv, QStringLiteral("Example"), QStringLiteral("Documents"));
-    if (launch.isHandedOver())
-        return 0;
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    parser.addPositionalArgument(QStringLiteral("files"), QStringLiteral("Documents to open."));
+    HostKit::Launch launch(argc, argv, QStringLiteral("Example"), QStringLiteral("Documents"), parser);
+    if (launch.isDone())
+        return launch.exitCode();
     QApplication application(launch.argc(), launch.argv());
-    HostKit::InstanceSession session; // decides again: the master may have ended by now
-    if (session.state() == SingleInstanceStateSecondary)
-        return 0;
+    HostKit::InstanceSession session;
     \endcode
 
-    The arguments that are handed over, and that the application object gets, are those of main()
-    with the names of files made absolute, for the master runs in another folder:
-    - what begins with - is an option and stays as it is, and so does what follows an option that
-      Qt's application objects take with a value; behind -- all are files;
-    - file:// URLs become paths; a text that begins with another scheme and :// stays as it is;
-    - all else that does not begin with / is taken for the name of a file in the working folder.
+    The master runs in another folder. So file names become absolute, both in what is handed over
+    and in what the application object gets:
+    - a relative name is completed by the working folder;
+    - a file URL becomes a path;
+    - another URI, such as mailto:someone, stays as it is where no file has that name: a scheme of
+      two letters or more, and a colon.
 
-    Qt's own options are left out of what is handed over, as a QApplication leaves them out.
+    Qt's own options, such as -platform, are not handed over. The application object still gets
+    them.
 
-    Arguments that take more than one message, some 30,000 characters, are handed over as several
-    lists, of which each is received for itself. With a session behind it, they may be of any number
-    in a first launch, too (as far as the system passes them on: its limit is `getconf ARG_MAX`).
+    Build one object in main(), before the application object. It must outlive the application
+    object.
 
-    Build one, in main(), before the application object, and let it live longer than that.
+    If there is no master, the launch holds a lock until its session is master. Launches behind it
+    wait for up to 10 s, and then hand over. If the application takes longer, they leave their
+    arguments for it and end: its window shows them when it comes.
 */
 class HOSTKIT_EXPORT Launch {
 public:
     /*!
-        Sets \a organisation and \a application as the application object's names, and hands the
-        arguments over if a master of that name answers; a launch that a session started to receive
-        its lists does not.
+        Sets \a organisation and \a application as the application object's names. Hands the
+        arguments over if a master of these names answers.
 
-        \a notFiles lists what is no file: an option in it keeps the argument behind it as it is,
-        and any other text stays as it is itself.
+        Without a parser, an argument that begins with "-" is an option without a value. All others
+        are file names, and so is everything behind "--".
 
-        Blocks for some milliseconds; at worst 10 s for launches before it, 2 s for a master that
-        does not answer, then as startSingleInstance(), 3 s more for lists behind the first, and 2 s
-        for the busy cursor. If it fails, the session decides: what could be handed over before is
-        no longer among the arguments. An empty \a application, or an application object that is
-        there already, has nothing handed over.
+        Blocks for some milliseconds. At worst it waits 10 s for launches before it, 2 s for a
+        master that does not answer, 30 s for one that stops while it accepts, and 4 s for the
+        desktop. With OptionRole::Wait it blocks until the answer comes.
+
+        An empty \a application, or an application object that exists already, has nothing handed
+        over.
+    */
+    Launch(int argc, char** argv, const QString& organisation, const QString& application);
+
+    /*!
+        The same for an application with a \a parser, which must know all options of the
+        application. Its help, its version and its errors are printed as QCommandLineParser::process()
+        prints them, whether a master runs or not: then the launch is done and looks for no master.
+        Set the application's version before.
+
+        \a roles says what options mean to the launch. \a positionals says whether positional
+        arguments are file names. The parser holds this launch's own arguments afterwards.
     */
     Launch(int argc, char** argv, const QString& organisation, const QString& application,
-           const QStringList& notFiles = {});
+           QCommandLineParser& parser, const OptionRoles& roles = {},
+           Positionals positionals = Positionals::FileNames);
+
     ~Launch();
     Q_DISABLE_COPY_MOVE(Launch)
 
     /*!
-        Returns whether the arguments were handed over, so that main() may return. The master's
-        window was asked to the front by then, and the busy cursor of the launcher ended.
+        Returns whether main() must return exitCode(): the arguments were handed over or left for
+        the next master, help or version was printed, or the arguments are wrong, which was said on
+        standard error.
+    */
+    bool isDone() const;
+
+    /*!
+        Returns what main() must return if isDone(): 0; 1 if the arguments are wrong; after a wait
+        the exit code of the answer, 1 if the master died without one, or 130 after a signal.
+    */
+    int exitCode() const;
+
+    /*!
+        Returns whether a master has the arguments. Its window was asked to the front by then, and
+        the busy cursor of the launcher ended.
     */
     bool isHandedOver() const;
 

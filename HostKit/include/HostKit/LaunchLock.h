@@ -11,31 +11,30 @@ namespace HostKit {
 class FileLock;
 
 /*!
-    Holds the launches of one application apart while they decide which is the master.
+    Serialises the launches of one application while they decide which of them is the master.
 
-    Two first launches that overlap can both become master, since the settings by which they find
-    each other are locked by nobody. Launches that each hold this lock around startSingleInstance()
-    do not overlap:
+    Nobody locks the settings by which launches find each other. So two first launches at once can
+    both become master. Each must hold this lock around startSingleInstance():
 
     \code
     const HostKit::LaunchLock lock;
     const SingleInstanceState state = startSingleInstance();
     \endcode
 
-    Not around an InstanceSession or a Launch: these hold it themselves, and would wait for it.
+    An InstanceSession and a Launch take it themselves: do not hold it around these.
 
-    Build it after the application object, whose organisation and application name tell whose lock
-    it is. The lock is a file in the user's own configuration; the kernel releases it when its
-    holder dies, so that a crash delays nobody.
+    Build it after the application object: its organisation and application name tell whose lock it
+    is. The lock is a file in the user's own configuration. The kernel releases it when its holder
+    dies, so that a crash delays nobody.
 */
 class HOSTKIT_EXPORT LaunchLock {
 public:
     /*!
-        Waits up to \a patience milliseconds for the lock, in the calling thread. Go on without it
-        if it was not taken: an application that starts twice is better than one that does not
+        Waits up to \a timeout milliseconds for the lock, in the calling thread. If it was not
+        taken, go on without it: an application that starts twice is better than one that does not
         start.
     */
-    explicit LaunchLock(int patience = 10000);
+    explicit LaunchLock(int timeout = 10000);
 
     /*! Releases the lock, if it was taken. */
     ~LaunchLock();

@@ -1,0 +1,150 @@
+#include "Arbitration.h"
+
+#include "ConfigDirectory.h"
+#include "Foreground.h"
+#include "HandOff.h"
+#include "MasterLock.h"
+#include "MasterProbe.h"
+#include "MessageSpool.h"
+#include "SettingsSlot.h"
+#include "StartupNotification.h"
+#include "Successor.h"
+
+#include <utility>
+
+namespace HostKit {
+
+using SingleInstance::readMasterPort;
+using SingleInstance::writeMasterPort;
+
+namespace {
+
+constexpr int maxAttempts = 3; // masters that die between the look and the hand-off
+
+enum class Master { None, Answers, Unreachable, InOtherNetwork };
+
+Master findMaster()
+{
+    if (!hasLivingMaster())
+        return Master::None;
+    const quint16 port = readMasterPort();
+    if (port == 0)
+        return Master::None;
+    if (isMasterInOtherNetwork())
+        return Master::InOtherNetwork;
+    return isReachable(port) ? Master::Answers : Master::Unreachable;
+}
+
+/* A port that stays would be taken for a master's, and anybody may listen there. */
+Decision toBeMaster(FileLock launchLock)
+{
+    if (readMasterPort() != 0)
+        writeMasterPort(0);
+    if (readMasterPort() == 0)
+        return {Outcome::MasterToBe, std::move(launchLock)};
+    qWarning("HostKit: the settings cannot be written, so that there can be no master");
+    return {};
+}
+
+Decision failForOtherNetwork()
+{
+    qWarning("HostKit: the master lives in another network namespace, where nobody from here can "
+             "reach it");
+    return {};
+}
+
+Decision decideUnderLock(const LaunchMessage& launch, FileLock launchLock)
+{
+    for (int attempt = 0; attempt < maxAttempts; ++attempt) {
+        const Master master = findMaster();
+        if (master == Master::None)
+            return toBeMaster(std::move(launchLock));
+        if (master == Master::InOtherNetwork)
+            return failForOtherNetwork();
+        if (master == Master::Unreachable)
+            break;
+        if (handOff(launch))
+            return {Outcome::HandedOver, {}};
+    }
+    qWarning("HostKit: the master on port %d cannot be reached, this process takes its place",
+             readMasterPort());
+    return toBeMaster(std::move(launchLock));
+}
+
+/*
+ * Whoever holds the lock may have become master, and taken what waited, just before our list came
+ * into the spool. So look again: if it is still there, it is ours to take back.
+ */
+Decision decideWithoutLock(const LaunchMessage& launch)
+{
+    if (!isMasterInOtherNetwork() && handOff(launch))
+        return {Outcome::HandedOver, {}};
+    const QString name = spool({enveloped(launch)});
+    if (name.isEmpty())
+        return {};
+    FileLock launchLock = takeLaunchLock(std::chrono::milliseconds(0));
+    const bool canDecide = launchLock.isTaken() || isReachable(readMasterPort());
+    if (!canDecide || !unspool(name)) {
+        qWarning("HostKit: the application is starting, or hangs: the arguments wait for it");
+        return {Outcome::Spooled, {}};
+    }
+    if (launchLock.isTaken())
+        return decideUnderLock(launch, std::move(launchLock));
+    if (handOff(launch))
+        return {Outcome::HandedOver, {}};
+    return {spool({enveloped(launch)}).isEmpty() ? Outcome::Failed : Outcome::Spooled, {}};
+}
+
+Decision decideForSpool(FileLock launchLock)
+{
+    if (launchLock.hasTimedOut() || !hasSpooledLists())
+        return {Outcome::NothingToDo, {}};
+    const Master master = findMaster();
+    if (master == Master::InOtherNetwork)
+        return {Outcome::NothingToDo, {}};
+    if (master != Master::Answers)
+        return toBeMaster(std::move(launchLock));
+    const QList<QStringList> left = passOn(takeSpooledLists());
+    if (!left.isEmpty() && !spool(left).isEmpty())
+        qWarning("HostKit: lists of arguments wait for the next master: that on port %d takes no "
+                 "more",
+                 readMasterPort());
+    return {Outcome::NothingToDo, {}};
+}
+
+} // namespace
+
+Decision decide(const LaunchMessage& launch)
+{
+    const bool isForSpool = isSuccessor();
+    forgetSuccessor();
+    FileLock launchLock = takeLaunchLock();
+    if (isForSpool)
+        return decideForSpool(std::move(launchLock));
+    if (launchLock.hasTimedOut())
+        return decideWithoutLock(launch);
+    return decideUnderLock(launch, std::move(launchLock));
+}
+
+void bringToFront(const QByteArray& startupId)
+{
+    SingleInstance::bringMasterToForeground();
+    endStartup(startupId);
+}
+
+FileLock takeLaunchLock(std::chrono::milliseconds timeout)
+{
+    return FileLock::take(launchLockFile(), FileLock::Kind::Exclusive, timeout);
+}
+
+QList<QStringList> passOn(const QList<QStringList>& lists)
+{
+    if (lists.isEmpty() || findMaster() != Master::Answers)
+        return lists;
+    int passed = 0;
+    while (passed < lists.size() && handOff(opened(lists[passed]).message))
+        ++passed;
+    return lists.mid(passed);
+}
+
+} // namespace HostKit

@@ -1,0 +1,122 @@
+#include "Successor.h"
+
+#include "ConfigDirectory.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QDateTime>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QProcess>
+
+#include <algorithm>
+
+namespace HostKit {
+
+namespace {
+
+constexpr auto variable = "HOSTKIT_STARTED_FOR"; // holds the lines of a Note
+constexpr qint64 shortTime = 60; // s
+constexpr int maxInARow = 10;
+
+/* What a process tells its successor. */
+struct Note {
+    QString folder; // the application's
+    qint64 time = 0; // of the start, in seconds since the epoch
+    int number = 0; // of this successor in a row
+    QStringList arguments; // with which it was started
+};
+
+qint64 now()
+{
+    return QDateTime::currentSecsSinceEpoch();
+}
+
+QString packed(const Note& note)
+{
+    const QStringList head = {note.folder, QString::number(note.time),
+                              QString::number(note.number)};
+    return (head + note.arguments).join(QLatin1Char('\n'));
+}
+
+Note unpacked(const QByteArray& text)
+{
+    const QStringList lines = QString::fromLocal8Bit(text).split(QLatin1Char('\n'));
+    return {lines.value(0), lines.value(1).toLongLong(), lines.value(2).toInt(), lines.mid(3)};
+}
+
+/* The note with which this process was started. */
+Note& ownNote()
+{
+    static Note note;
+    return note;
+}
+
+/* As they were given: an application object removes some of them and changes others. */
+QStringList givenArguments()
+{
+    QFile file(QStringLiteral("/proc/self/cmdline"));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QList<QByteArray> words = file.readAll().split('\0'); // a null behind each
+    words.removeLast();
+    QStringList arguments;
+    for (const QByteArray& word : words.mid(1))
+        arguments.append(QString::fromLocal8Bit(word));
+    return arguments;
+}
+
+bool isRecent(const Note& note)
+{
+    return qAbs(now() - note.time) <= shortTime;
+}
+
+} // namespace
+
+QStringList defaultRestartCommand()
+{
+    const QString image = QFile::decodeName(qgetenv("APPIMAGE"));
+    const bool isImage = !image.isEmpty() && QFileInfo(image).isFile();
+    return {isImage ? image : QCoreApplication::applicationFilePath()};
+}
+
+bool startSuccessor(const QStringList& command)
+{
+    const int number = isRecent(ownNote()) ? ownNote().number : 0;
+    QProcess process;
+    process.setProgram(command.first());
+    process.setArguments(command.mid(1));
+    auto environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QString::fromLatin1(variable),
+                       packed({configDirectory(), now(), number + 1, command.mid(1)}));
+    // No launcher waits for it, and the token of this process's own start is no longer good.
+    environment.remove(QStringLiteral("DESKTOP_STARTUP_ID"));
+    environment.remove(QStringLiteral("XDG_ACTIVATION_TOKEN"));
+    process.setProcessEnvironment(environment);
+    return process.startDetached();
+}
+
+bool isSuccessor()
+{
+    if (!qEnvironmentVariableIsSet(variable))
+        return false;
+    const Note note = unpacked(qgetenv(variable));
+    const QStringList arguments = givenArguments();
+    // An interpreter has taken the first of them.
+    const bool isSame = arguments.size() <= note.arguments.size()
+        && std::equal(arguments.rbegin(), arguments.rend(), note.arguments.rbegin());
+    return note.folder == configDirectory() && isRecent(note) && isSame;
+}
+
+void forgetSuccessor()
+{
+    if (qEnvironmentVariableIsSet(variable))
+        ownNote() = unpacked(qgetenv(variable));
+    qunsetenv(variable);
+}
+
+bool isLastSuccessor()
+{
+    return isRecent(ownNote()) && ownNote().number >= maxInARow;
+}
+
+} // namespace HostKit

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <HostKit/export.h>
+
+#include <QtCore/QMetaType>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <memory>
+
+namespace HostKit {
+
+struct ReceivedLaunchPrivate;
+
+/*!
+    A launch that another process handed over to this one: see InstanceSession::launchReceived().
+
+    Copies are the same launch. Use them in the application's thread. Everything in a launch was
+    written by some local process: do not trust it.
+*/
+class HOSTKIT_EXPORT ReceivedLaunch {
+public:
+    /*! Constructs a launch without arguments that waits for nothing. */
+    ReceivedLaunch();
+    ReceivedLaunch(const ReceivedLaunch& other);
+    ReceivedLaunch& operator=(const ReceivedLaunch& other);
+
+    /*! The last copy ends the wait of the launch with the exit code 0, if it still waits. */
+    ~ReceivedLaunch();
+
+    /*! Returns the arguments without the program path, as InstanceSession::argumentsReceived(). */
+    QStringList arguments() const;
+
+    /*! Returns the folder in which the launch was started: an absolute path, or nothing. */
+    QString workingFolder() const;
+
+    /*! Returns whether the launch waits for an answer. It no longer does once its user ended it. */
+    bool isWaiting() const;
+
+    /*!
+        Ends the wait: the launch prints \a text on its standard error, and exits with \a exitCode.
+        The first answer counts. Does nothing if the launch does not wait. Blocks for microseconds,
+        and for a second at worst, if the launch is stopped and the text is long.
+    */
+    void answer(int exitCode, const QString& text = {}) const;
+
+private:
+    friend class InstanceSessionPrivate;
+    explicit ReceivedLaunch(std::shared_ptr<ReceivedLaunchPrivate> received);
+
+    std::shared_ptr<ReceivedLaunchPrivate> d;
+};
+
+} // namespace HostKit
+
+Q_DECLARE_METATYPE(HostKit::ReceivedLaunch)

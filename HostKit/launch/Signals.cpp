@@ -1,0 +1,65 @@
+#include <HostKit/Signals.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QSocketNotifier>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+/* A signal handler may do next to nothing. So it writes to a pipe, which the event loop reads. */
+
+namespace HostKit {
+
+namespace {
+
+std::array<int, 2> ends = {-1, -1}; // of the pipe, open as long as the process
+pid_t process = 0; // which reads it
+
+void tell(int signal)
+{
+    if (::getpid() != process) { // a forked child ends, as if nobody had called us
+        ::raise(signal);
+        return;
+    }
+    const int reason = errno;
+    [[maybe_unused]] const auto written = ::write(ends[1], "", 1);
+    errno = reason;
+}
+
+void quitOn(int signal)
+{
+    struct sigaction usual = {};
+    ::sigaction(signal, nullptr, &usual);
+    if (usual.sa_handler == SIG_IGN)
+        return;
+    struct sigaction action = {};
+    action.sa_handler = tell;
+    action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
+    ::sigaction(signal, &action, nullptr);
+}
+
+} // namespace
+
+bool quitOnSignals()
+{
+    if (ends[0] >= 0 || !QCoreApplication::instance()
+        || ::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+        return false;
+    process = ::getpid();
+    auto* const notifier =
+        new QSocketNotifier(ends[0], QSocketNotifier::Read, QCoreApplication::instance());
+    QObject::connect(notifier, &QSocketNotifier::activated, notifier, [] {
+        std::array<char, 8> bytes = {};
+        while (::read(ends[0], bytes.data(), bytes.size()) > 0) { }
+        QCoreApplication::quit();
+    });
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        quitOn(signal);
+    return true;
+}
+
+} // namespace HostKit

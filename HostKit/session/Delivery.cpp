@@ -1,0 +1,66 @@
+#include "InstanceSessionPrivate.h"
+
+#include "ActivationToken.h"
+#include "ReceivedLaunchPrivate.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QMetaMethod>
+#include <QtCore/QPointer>
+#include <QtCore/QScopeGuard>
+
+namespace HostKit {
+
+namespace {
+
+QMetaMethod argumentsSignal()
+{
+    return QMetaMethod::fromSignal(&InstanceSession::argumentsReceived);
+}
+
+QMetaMethod launchSignal()
+{
+    return QMetaMethod::fromSignal(&InstanceSession::launchReceived);
+}
+
+} // namespace
+
+bool InstanceSessionPrivate::hasReceiver() const
+{
+    static const auto arguments = argumentsSignal();
+    static const auto launch = launchSignal();
+    return (session.isSignalConnected(arguments) || session.isSignalConnected(launch))
+        && !session.signalsBlocked();
+}
+
+/* One launch an iteration: the slot may quit, or run a loop of its own, which goes on with the next. */
+void InstanceSessionPrivate::deliver()
+{
+    if (!inbox || inbox->isEmpty() || !hasReceiver())
+        return;
+    hasDelivered = true;
+    const ReceivedLaunch launch(std::make_shared<ReceivedLaunchPrivate>(inbox->takeFirst()));
+    if (!inbox->isEmpty())
+        idle.request();
+    const QByteArray token = launch.d->message.activationToken;
+    exportToEnvironment(token);
+    // Behind all slots, also those that are queued.
+    const auto clear = qScopeGuard([token] {
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(), [token] { removeFromEnvironment(token); },
+            Qt::QueuedConnection);
+    });
+    QPointer<InstanceSession> receiver(&session); // a slot may delete it
+    Q_EMIT receiver->launchReceived(launch);
+    if (receiver)
+        Q_EMIT receiver->argumentsReceived(launch.arguments());
+}
+
+void InstanceSession::connectNotify(const QMetaMethod& signal)
+{
+    if (signal != argumentsSignal() && signal != launchSignal())
+        return;
+    d->wasConnected = true;
+    d->idle.request();
+}
+
+} // namespace HostKit

@@ -1,0 +1,449 @@
+#include "ActivationToken.h"
+#include "ConfigDirectory.h"
+#include "FileLock.h"
+#include "HandOff.h"
+#include "IdleIteration.h"
+#include "Inbox.h"
+#include "MessageFormat.h"
+#include "MessageSpool.h"
+#include "Processes.h"
+#include "Registry.h"
+#include "SettingsSlot.h"
+#include "Successor.h"
+
+#include <Core/Settings.h>
+#include <HostKit/InstanceSession.h>
+#include <HostKit/Log.h>
+
+#include <QtNetwork/QTcpSocket>
+
+#include <array>
+#include <csignal>
+#include <future>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace HostKit;
+
+namespace {
+
+/* A session that does not start this program anew for what it has not received. */
+struct Session : InstanceSession {
+    Session() { setRestartCommand({}); }
+};
+
+QString value()
+{
+    return Core::Settings::getInstance()
+        ->getValue("SingleInstance", "MasterPort", "none")
+        .toString();
+}
+
+void setValue(const QString& value)
+{
+    Core::Settings::getInstance()->setValue("SingleInstance", "MasterPort", value, true);
+}
+
+QString threadsThatTakeSignals()
+{
+    const QString command = "grep -l 'SigBlk:.*0000000000000000' /proc/%1/task/*/status";
+    return output("sh", {"-c", command.arg(::getpid())});
+}
+
+} // namespace
+
+/* The modules of HostKit, by their internal headers. */
+class HostKitTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(!qEnvironmentVariableIsSet("HOSTKIT_STARTED_FOR")); }
+
+    void init()
+    {
+        QCoreApplication::setOrganizationName("maker");
+        QCoreApplication::setApplicationName("program"); // also in the name of the folder
+        home = std::make_unique<QTemporaryDir>();
+        QVERIFY(home->isValid());
+        qputenv("HOME", QFile::encodeName(home->path()));
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(home->filePath("settings")));
+    }
+
+    void keepsValuesApart()
+    {
+        for (const QString& name : {QString("../a b/ü"), QString(".."), // they lead nowhere else
+                                    QString(200, QChar(0x42F)) + 'a', // too long for a file
+                                    QString(200, QChar(0x42F)) + 'b'}) {
+            QCoreApplication::setApplicationName(name);
+            QCOMPARE(value(), "none");
+            setValue(name);
+            QCOMPARE(value(), name);
+        }
+        const QDir folder(home->filePath("settings/maker"));
+        QCOMPARE(folder.entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::Hidden).size(),
+                 4);
+        QVERIFY(folder.exists("..%2Fa b%2F%C3%BC/SingleInstance/MasterPort"));
+        qputenv("XDG_CONFIG_HOME", "settings"); // relative ones do not count
+        QVERIFY(configDirectory().startsWith(home->filePath(".config/maker/")));
+    }
+
+    void showsNoPartOfAValue()
+    {
+        const QStringList values = {QString(10, '1'), QString(5000, '2')};
+        setValue(values.first());
+        const auto writer = std::async(std::launch::async, [&values] {
+            for (int i = 0; i < 2000; ++i)
+                setValue(values[i % 2]);
+        });
+        while (writer.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
+            QVERIFY(values.contains(value()));
+        const QDir folder(configDirectory() + "/SingleInstance");
+        QCOMPARE(folder.entryList(QDir::Files | QDir::Hidden), QStringList("MasterPort"));
+        QVERIFY(QFile::remove(folder.filePath("MasterPort")) && folder.mkdir("MasterPort"));
+        setValue("in the place of a folder");
+        QCOMPARE(folder.entryList(QDir::Files | QDir::Hidden), QStringList());
+    }
+
+    void dropsLinesThatNobodyReads()
+    {
+        const int usual = ::dup(STDERR_FILENO);
+        std::array<int, 2> ends = {};
+        QCOMPARE(::pipe2(ends.data(), O_CLOEXEC), 0);
+        ::dup2(ends[1], STDERR_FILENO);
+        const auto write = [](char letter) {
+            writeToStandardError(HostKit::LogLevel::Info, QString(9000, letter));
+        };
+        for (int i = 0; i < 100; ++i)
+            write('x'); // would block here
+        std::array<char, 1 << 18> text = {};
+        auto size = ::read(ends[0], text.data(), 1 << 17);
+        const int kept = int(std::count(text.begin(), text.end(), '\n'));
+        write('y');
+        size += ::read(ends[0], text.data() + size, 1 << 17);
+        const QByteArray read(text.data(), int(size));
+        ::dup2(usual, STDERR_FILENO);
+        ::close(usual);
+        const QByteArray gap =
+            " info: (" + QByteArray::number(100 - kept) + " lines before this were dropped) y";
+        QVERIFY(kept > 0 && read.contains(gap));
+        QCOMPARE(read.count('\n'), kept + 2); // behind what is left of the first that was dropped
+    }
+
+    void locksOutOthers()
+    {
+        const auto take = [](const char* name, int milliseconds) {
+            return FileLock::take(configDirectory() + name, FileLock::Kind::Exclusive,
+                                  std::chrono::milliseconds(milliseconds));
+        };
+        FileLock lock = take("/lock", 0);
+        QVERIFY(lock.isTaken());
+        const QString threads = threadsThatTakeSignals();
+        QVERIFY(!take("/lock", 20).isTaken()); // and leaves a thread that waits
+        QCOMPARE(threadsThatTakeSignals(), threads);
+        const pid_t child = ::fork(); // has the same open file
+        if (child == 0)
+            ::_exit(::pause());
+        lock = FileLock();
+        QVERIFY(take("/lock", 5000).isTaken());
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        // What can only be read, as a folder, serves as well.
+        QVERIFY(QDir(configDirectory()).mkpath("folder"));
+        QVERIFY(take("/folder", 0).isTaken());
+    }
+
+    void putsAsideWhatIsNoFileOfLists_data() { addTable("spool.txt"); }
+
+    void putsAsideWhatIsNoFileOfLists()
+    {
+        QFETCH(QString, change);
+        QFETCH(QString, warning);
+        if (change.startsWith("chown") && ::geteuid() != 0)
+            QSKIP("root alone can give a file away", 0);
+        const QList<QStringList> lists = {{"A", QString()}, {}, {QString(100000, 'x')}};
+        const QString file = spool(lists.mid(0, 1));
+        QVERIFY(!file.isEmpty() && !spool(lists.mid(1)).isEmpty());
+        output("sh", {"-c", change, file});
+        if (!warning.isEmpty())
+            QTest::ignoreMessage(QtWarningMsg,
+                                 QRegularExpression("HostKit: .* is not used: it " + warning));
+        QCOMPARE(takeSpooledLists(), lists.mid(warning.isEmpty() ? 0 : 1));
+        QVERIFY(!hasSpooledLists());
+    }
+
+    void keepsListsWhereThereIsPlace()
+    {
+        QVERIFY(QDir().mkpath(QFileInfo(configDirectory()).path())); // no folder of ours fits below
+        QVERIFY(contentOf(configDirectory()).isEmpty()
+                && QFile(configDirectory()).open(QFile::WriteOnly));
+        qunsetenv("XDG_RUNTIME_DIR");
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("HostKit: 1 lists .* are lost.*"));
+        QCOMPARE(spool({{"A"}}), QString());
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(home->path()));
+        QVERIFY(!spool({{"A"}}).isEmpty());
+        QCOMPARE(takeSpooledLists(), QList<QStringList>{{"A"}});
+        const QStringList large(QString(20 << 20, 'x')); // 40 MiB
+        QVERIFY(!spool({large}).isEmpty());
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("HostKit: 1 lists .* are lost.*"));
+        QVERIFY(!spool({{"small"}, large}).isEmpty());
+        QCOMPARE(takeSpooledLists(), (QList<QStringList>{large, {"small"}}));
+    }
+
+    /* The table of the page on the protocol. */
+    void opensEnvelopes_data()
+    {
+        QTest::addColumn<QString>("list");
+        QTest::addColumn<QString>("message");
+        const QRegularExpression row(R"(^\| `(\[.*\])` \| `(\{.*\})` \|)",
+                                     QRegularExpression::MultilineOption);
+        for (auto rows = row.globalMatch(contentOf(PROTOCOL)); rows.hasNext();) {
+            const auto match = rows.next();
+            QTest::newRow(qPrintable(match.captured(1))) << match.captured(1) << match.captured(2);
+        }
+    }
+
+    void opensEnvelopes()
+    {
+        QFETCH(QString, list);
+        QFETCH(QString, message);
+        const auto texts = QJsonDocument::fromJson(list.toUtf8()).array().toVariantList();
+        const Chunk chunk = opened(QVariant(texts).toStringList());
+        QJsonObject found = {{"arguments", QJsonArray::fromStringList(chunk.message.arguments)}};
+        const auto add = [&found](const char* name, const QString& value) {
+            if (!value.isEmpty())
+                found.insert(name, value);
+        };
+        add("id", chunk.message.id);
+        add("folder", chunk.message.workingFolder);
+        add("token", chunk.message.activationToken);
+        add("wait", chunk.message.isWaiting ? "yes" : "");
+        add("chunk", chunk.count > 1 ? QString("%1 of %2").arg(chunk.number).arg(chunk.count) : "");
+        add("continued", chunk.isContinued ? "yes" : "");
+        QCOMPARE(found, QJsonDocument::fromJson(message.toUtf8()).object());
+    }
+
+    void passesTokensOn()
+    {
+        for (const char* const token : {"t-1", "", "t 1", "t\n1", "\xC3\xA4"}) {
+            LaunchMessage message;
+            message.activationToken = token;
+            const bool isValid = message.activationToken == "t-1";
+            QCOMPARE(opened(enveloped(message)).message.activationToken,
+                     isValid ? message.activationToken : QByteArray());
+        }
+        QVERIFY(isValidToken(QByteArray(1024, 'x')) && !isValidToken(QByteArray(1025, 'x')));
+        for (const char* const platform : {"xcb", "wayland-egl"}) {
+            qApp->setProperty("platformName", platform);
+            Session session;
+            QByteArrayList tokens;
+            connect(
+                &session, &InstanceSession::argumentsReceived, this,
+                [&tokens] { tokens.append(qgetenv("XDG_ACTIVATION_TOKEN")); },
+                Qt::QueuedConnection); // it is still there
+            for (const char* const token : {"b", "a", "c"}) {
+                LaunchMessage message;
+                message.activationToken = token;
+                QVERIFY(handOff(message));
+            }
+            QTRY_COMPARE(tokens.size(), 3);
+            const bool isUsed = qstrcmp(platform, "xcb") != 0;
+            QCOMPARE(tokens,
+                     isUsed ? QByteArrayList({"b", "a", "c"}) : QByteArrayList({"", "", ""}));
+            QTRY_VERIFY(!qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN")); // nobody used the last
+        }
+    }
+
+    void joinsWhatTravelsInChunks()
+    {
+        LaunchMessage message;
+        message.id = newLaunchId();
+        message.arguments = QStringList{"", QString(100000, 'x'), "b", QString(40000, 'y')};
+        auto chunks = chunksOf(message);
+        QVERIFY(chunks.size() > 3);
+        for (const QStringList& chunk : chunks)
+            QVERIFY(SingleInstance::packedSize(chunk) <= SingleInstance::maxBodySize);
+        std::reverse(chunks.begin(), chunks.end());
+        Inbox inbox(chunks.mid(1));
+        QVERIFY(inbox.isEmpty()); // all or nothing
+        Inbox whole(QList<QStringList>{{"first"}} + chunks + chunks.mid(1)); // and one again
+        QCOMPARE(whole.takeFirst().arguments, QStringList("first"));
+        QCOMPARE(whole.takeFirst().arguments, message.arguments);
+        QVERIFY(whole.isEmpty());
+    }
+
+    void refusesWhatIsTooMuch()
+    {
+        const QStringList large(QString(10 << 20, 'x')); // 20 MiB
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("HostKit: launches are refused.*"));
+        Inbox inbox({{"a"}, large, large, large, large, {"b"}});
+        QCOMPARE(inbox.takeAll().size(), 5); // the fourth large one is missing
+    }
+
+    void flushesWhatWasHandedOver()
+    {
+        qputenv("QT_NO_GLIB", "1"); // for a loop that serves its sockets in any order
+        const auto restore = qScopeGuard([] { qunsetenv("QT_NO_GLIB"); });
+        const QStringList list(QString(30000, 'x'));
+        for (int master = 0; master < 16; ++master) {
+            qSetGlobalQHashSeed(-1); // and in another one each time
+            QCOMPARE(startSingleInstance(), SingleInstanceStateMaster);
+            const auto stop = qScopeGuard([] { stopSingleInstance(); });
+            auto* const controller = SingleInstance::findController();
+            connect(controller, &SingleInstance::SingleInstanceController::messageReceived,
+                    [] { QThread::msleep(3); }); // a slot that takes its time
+            const quint16 port = SingleInstance::readMasterPort();
+            QVERIFY(sendList({"early"}, port));
+            QTRY_COMPARE(controller->peekMessages().size(), 1);
+            const auto inbox = std::make_shared<Inbox>(QList<QStringList>{{"older"}});
+            Inbox::fillFrom(*controller, inbox, [] {});
+            QCOMPARE(inbox->takeFirst().arguments, QStringList("older"));
+            QCOMPARE(inbox->takeFirst().arguments, QStringList("early"));
+
+            for (size_t launches = 1; launches <= 5; ++launches) {
+                std::vector<QTcpSocket> sockets(launches);
+                for (QTcpSocket& socket : sockets) {
+                    socket.connectToHost(QHostAddress::LocalHostIPv6, port);
+                    socket.waitForConnected();
+                    socket.write(SingleInstance::prefixed(SingleInstance::packArguments(list)));
+                    socket.waitForBytesWritten();
+                }
+                QVERIFY(inbox->flush(port));
+                QCOMPARE(inbox->takeAll().size(), int(launches));
+            }
+        }
+    }
+
+    /* Without the lock another process may be master, and would show what is sent to it. */
+    void flushesNobodyElse()
+    {
+        QVERIFY(QDir().mkpath(configDirectory() + "/SingleInstance/MasterPid")); // not written
+        QFile::link("/none/at/all", configDirectory() + "/launch.lock");
+        for (int i = 0; i < 2; ++i)
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression("HostKit: cannot lock .*"));
+        QTest::ignoreMessage(QtWarningMsg,
+                             "HostKit: what was handed over last may be lost, "
+                             "the master cannot be reached");
+        QCOMPARE(Session().state(), SingleInstanceStateMaster);
+    }
+
+    /* However many iterations a loop has been busy for when it is told to quit. */
+    void worksInNoLastIteration()
+    {
+        for (int iterations = 0; iterations < 50; ++iterations) {
+            bool isQuitting = false;
+            bool isLate = false;
+            int done = 0;
+            IdleIteration idle([&] {
+                isLate = isQuitting;
+                ++done;
+            });
+            int left = iterations;
+            std::function<void()> busy = [&] {
+                isQuitting = left-- == 0;
+                if (!isQuitting)
+                    QMetaObject::invokeMethod(qApp, busy, Qt::QueuedConnection);
+                else if (iterations % 2 == 0)
+                    QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+                else
+                    QCoreApplication::quit();
+                idle.request();
+            };
+            QMetaObject::invokeMethod(qApp, busy, Qt::QueuedConnection);
+            QCoreApplication::exec();
+            QVERIFY(!isLate);
+            isQuitting = false;
+            QTRY_COMPARE(done, 1); // once the loop goes on
+        }
+    }
+
+    void worksWhereNoIterationIsIdle_data()
+    {
+        QTest::addColumn<bool>("posts");
+        QTest::addColumn<int>("requests");
+        QTest::newRow("a timer that is always due") << false << 50;
+        QTest::newRow("events that are always posted") << true << 2;
+    }
+
+    void worksWhereNoIterationIsIdle()
+    {
+        QFETCH(bool, posts);
+        QFETCH(int, requests);
+        QTimer frames;
+        std::function<void()> post = [&] {
+            if (frames.isActive())
+                QMetaObject::invokeMethod(this, post, Qt::QueuedConnection);
+        };
+        connect(&frames, &QTimer::timeout, [] { QThread::msleep(16); });
+        frames.start(0);
+        if (posts)
+            post();
+        int done = 0;
+        std::unique_ptr<IdleIteration> idle;
+        idle = std::make_unique<IdleIteration>([&] {
+            if (++done < requests)
+                idle->request();
+        });
+        idle->request();
+        QElapsedTimer timer;
+        timer.start();
+        QTRY_COMPARE_WITH_TIMEOUT(done, requests, 20000);
+        QVERIFY(timer.elapsed() < 10000); // one or two seconds
+        frames.stop();
+        QCoreApplication::processEvents();
+    }
+
+    void startsAProgramThatInheritsNothing()
+    {
+        const Session session;
+        const QString command = "cd \"$0\"; ls -l /proc/self/fd >files; "
+                                "grep SigBlk /proc/self/status >signals && mv signals done";
+        QVERIFY(startSuccessor({"sh", "-c", command, home->path()}));
+        QTRY_COMPARE(contentOf(home->filePath("done")), "SigBlk:\t0000000000000000\n");
+        const QString inherited = contentOf(home->filePath("files"));
+        QVERIFY(inherited.contains("->") && !inherited.contains(QRegularExpression("lock|socket")));
+        QCOMPARE(output("find", {home->filePath("settings"), "-perm", "/077"}), QString());
+    }
+
+    void refusesASessionThatCannotBe()
+    {
+        qputenv("SHAPE", "early");
+        QCOMPARE(launch()->waitForEnd().value(0),
+                 "HostKit: cannot open a session, there is no application object yet");
+        const Session session;
+        QCOMPARE(session.property("state").value<SingleInstanceState>(), SingleInstanceStateMaster);
+        const QByteArray warning = "HostKit: cannot open a session, ";
+        QTest::ignoreMessage(QtWarningMsg, warning + "there is one already");
+        QCOMPARE(InstanceSession().state(), SingleInstanceStateFailed);
+        QTest::ignoreMessage(QtWarningMsg, warning + "this is not the application's thread");
+        auto other = std::async(std::launch::async, [] { return InstanceSession().state(); });
+        QCOMPARE(other.get(), SingleInstanceStateFailed);
+    }
+
+    /* The sample of the page on the protocol. */
+    void anyProgramHandsOver()
+    {
+        const QString sender = contentOf(PROTOCOL).section("```python", 1).section("```", 0, 0);
+        Session session;
+        QSignalSpy received(&session, &InstanceSession::argumentsReceived);
+        for (const QStringList& list :
+             {QStringList{"while blocked"}, QStringList{"a.txt", "😀"}, QStringList()}) {
+            session.blockSignals(list.contains("while blocked"));
+            const QStringList script = {"-c", sender, configDirectory()};
+            QCOMPARE(output("python3", script + list), "");
+            if (session.signalsBlocked())
+                QTest::qWait(50); // for what must not come
+            else
+                QTRY_VERIFY(!received.isEmpty() && received.last().first() == list);
+        }
+        QCOMPARE(received.takeFirst().first(), QStringList("while blocked"));
+    }
+
+private:
+    std::unique_ptr<QTemporaryDir> home;
+};
+
+QTEST_GUILESS_MAIN(HostKitTest)
+#include "tst_hostkit.moc"
