@@ -13,9 +13,9 @@ if [ -z "${DISPLAY:-}" ]; then
     # shellcheck disable=SC2086
     require_packages $desktop_packages
 fi
-build release SingleInstanceViewer SingleInstanceScreenshot
+build examples SingleInstanceViewer SingleInstanceScreenshot
 
-binaries=$PWD/build/release/examples
+binaries=$PWD/build/examples/examples
 demo=$PWD/build/demo
 rm -rf "$demo"
 mkdir -p "$demo/documents" "$demo/elsewhere"
