@@ -1,0 +1,85 @@
+#!/bin/sh
+# Does in bare Debian roots, with nothing but git, what a newcomer does: the README's installation and
+# its complete program, and scripts/demo.sh. With --long also scripts/test.sh. Each has a fresh root
+# with the committed tree in it. Needs root, and a Debian to take the package sources from.
+set -eu
+cd "$(dirname "$0")/.."
+. scripts/setup.sh
+
+sources=
+for file in /etc/apt/sources.list.d/debian.sources /etc/apt/sources.list; do
+    [ -n "$sources" ] || [ ! -s "$file" ] || sources=$file
+done
+if [ "$(id -u)" -ne 0 ] || [ -z "$sources" ]; then
+    echo "Not checked: the README's commands on a bare machine. That takes root, and Debian's package sources."
+    exit 0
+fi
+require_packages mmdebstrap
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+mkdir "$folder/app"
+git archive HEAD | tar -xf - -C "$folder/app"
+
+# block LINE : what stands in the block of the README behind a line
+block() {
+    awk -v line="$1" '
+        $0 == line { on = 1; next }
+        on == 1 { on = 2; next }
+        on == 2 && /^```$/ { exit }
+        on == 2 { print }' README.md
+}
+# commands LINE : the first commands behind a line of the README
+commands() {
+    awk -v line="$1" '$0 == line { on = 1; next } on && /^    / { print; seen = 1; next } seen { exit }' \
+        README.md
+}
+{
+    echo 'set -eu'
+    echo 'sudo() { "$@"; }' # we are root
+    echo "echo 'APT::Get::Assume-Yes true;' >/etc/apt/apt.conf.d/yes" # as a person would say
+    commands '## Use it'
+    echo 'mkdir /root/documents && cd /root/documents && mv /root/app/main.cpp /root/app/program.txt .'
+    echo 'mv program.txt CMakeLists.txt'
+    commands 'Build and try it:'
+    echo 'cmake --install build --prefix /root/installed'
+    echo '[ "$(/root/installed/bin/documents --version)" = "Documents 1.0" ]'
+    # Without a display: a master, and a launch that hands over.
+    echo 'export QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR=/root'
+    echo 'timeout 60 /root/installed/bin/documents >/dev/null 2>&1 & master=$!'
+    echo 'port=/root/.config/Example/Documents/SingleInstance/MasterPort'
+    echo 'for _ in $(seq 100); do [ -s "$port" ] && break; sleep 0.1; done'
+    echo 'timeout 20 /root/installed/bin/documents a.txt'
+    echo 'kill "$master" && wait "$master"'
+} >"$folder/app/use-it.sh"
+block '<!-- sample: session -->' >"$folder/app/main.cpp"
+block '<!-- sample: cmake -->' >"$folder/app/program.txt"
+
+# bare NAME COMMAND... : runs a command in a root of its own, and brings its folder build/demo back.
+bare() {
+    name=$1
+    shift
+    begun=$(date +%s)
+    quietly mmdebstrap --quiet --variant=minbase --include=git,ca-certificates \
+        --customize-hook='mkdir "$1/root/app"' \
+        --customize-hook="sync-in $folder/app /root/app" \
+        --chrooted-customize-hook="cd /root/app && env -i HOME=/root TERM=dumb LC_ALL=C.UTF-8 \
+            PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin $*" \
+        --customize-hook='mkdir -p "$1/root/app/build/demo"' \
+        --customize-hook="copy-out /root/app/build/demo $folder" \
+        bookworm /dev/null "$sources"
+    echo "$name: holds on a bare machine, $(($(date +%s) - begun)) s"
+}
+
+bare "the README's installation and its complete program" sh use-it.sh
+bare "scripts/demo.sh" scripts/demo.sh
+# A picture of an empty screen takes two kilobytes.
+for picture in before after; do
+    size=$(wc -c <"$folder/demo/$picture.png")
+    [ "$size" -gt 5000 ] || { echo "the demo's picture $picture.png shows nothing: $size bytes" >&2; exit 1; }
+done
+if cmp -s "$folder/demo/before.png" "$folder/demo/after.png"; then
+    echo "the demo's last launch changed nothing on the screen" >&2
+    exit 1
+fi
+[ "${1:-}" != --long ] || bare "scripts/test.sh" scripts/test.sh
