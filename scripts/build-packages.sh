@@ -22,6 +22,7 @@ write_symbols() {
     [ -z "$2" ] || differences='/trUtf8/d; s/QStringList/QList<QString>/'
     {
         echo "lib$1$2.so.1 $package #MINVER#"
+        echo "* Build-Depends-Package: libsingleinstance${2:+-qt6}-dev"
         sed "$differences" "tests/exports-$1.txt" | while read -r symbol; do
             case $symbol in
             *[!A-Za-z]*) echo " (c++)\"$symbol@Base\" 1.0.0" ;;

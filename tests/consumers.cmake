@@ -19,8 +19,10 @@ endfunction()
 
 foreach(kind IN ITEMS shared static)
     set(shared ON)
+    set(components "")
     if(kind STREQUAL "static")
         set(shared OFF)
+        set(components "COMPONENTS\\;SingleInstance\\;HostKit")
     endif()
     add_build(install_${kind} "${PROJECT_SOURCE_DIR}"
         -DBUILD_SHARED_LIBS=${shared} -DSINGLEINSTANCE_QT=${qt_major}
@@ -32,6 +34,7 @@ foreach(kind IN ITEMS shared static)
         add_build(${name} "${CMAKE_CURRENT_SOURCE_DIR}/consumer"
             -DCONSUMER_FROM=${way}
             -DCONSUMER_QT=${qt_major}
+            "-DCONSUMER_COMPONENTS=${components}"
             -DBUILD_SHARED_LIBS=${shared}
             "-DCMAKE_PREFIX_PATH=${prefix}"
             "-DSOURCES=${PROJECT_SOURCE_DIR}"
@@ -50,7 +53,15 @@ foreach(sample IN ITEMS documents own_host)
     endif()
 endforeach()
 
-# Who links both products is told why not.
+# A package for the other Qt is refused by name.
+math(EXPR other_qt "11 - ${qt_major}")
+file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/find.cmake" "find_package(SingleInstance 1.0 REQUIRED)\n")
+add_test(NAME consumer_of_other_qt COMMAND "${CMAKE_COMMAND}" -DQT_VERSION_MAJOR=${other_qt}
+    "-DCMAKE_PREFIX_PATH=${base}/install_shared/installed" -P "${CMAKE_CURRENT_BINARY_DIR}/find.cmake")
+set_tests_properties(consumer_of_other_qt PROPERTIES TIMEOUT 10 FIXTURES_REQUIRED shared
+    PASS_REGULAR_EXPRESSION "built for Qt ${qt_major} and not for Qt ${other_qt}")
+
+# A project that links both products is told why that does not work.
 add_test(NAME consumer_of_both COMMAND "${CMAKE_COMMAND}" -G "${CMAKE_GENERATOR}"
     -S "${CMAKE_CURRENT_SOURCE_DIR}/consumer" -B "${base}/consumer_of_both/build"
     -DCONSUMER_FROM=package -DCONSUMER_QT=${qt_major} -DCONSUMER_LINKS_BOTH=ON
