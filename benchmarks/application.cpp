@@ -1,11 +1,13 @@
 /*
  * An application with a window, as far as a launch goes that hands over; a first one goes on until
- * its window is shown, and says so with a byte. With LAUNCH, by HostKit::Launch.
+ * its window is shown, and says so with a byte. With LAUNCH, by HostKit::Launch; with PARSER, which
+ * tells what its options are.
  */
 
 #include <HostKit/InstanceSession.h>
 #include <HostKit/Launch.h>
 
+#include <QtCore/QCommandLineParser>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QMainWindow>
 
@@ -16,9 +18,17 @@ int main(int argc, char* argv[])
     const QString organisation = QStringLiteral("SingleInstance");
     const QString name = QStringLiteral("viewer");
 #ifdef LAUNCH
+#ifdef PARSER
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addPositionalArgument(QStringLiteral("files"), QString());
+    HostKit::Launch launch(argc, argv, organisation, name, parser);
+#else
     HostKit::Launch launch(argc, argv, organisation, name);
-    if (launch.isHandedOver())
-        return 0;
+#endif
+    if (launch.isDone())
+        return launch.exitCode();
     const QApplication application(launch.argc(), launch.argv());
 #else
     const QApplication application(argc, argv);

@@ -8,7 +8,7 @@
 #include "Foreground.h"
 #include "MessageFormat.h"
 #include "MessageSender.h"
-#include "Reachability.h"
+#include "MasterProbe.h"
 #include "Registry.h"
 #include "SettingsSlot.h"
 #include "SingleInstanceController.h"
@@ -157,123 +157,6 @@ void measureHandOffs()
     }
 }
 
-/* The main thread computes without a pause; launches come from another one. */
-void measureBusyMaster()
-{
-    const QByteArray file = packArguments({QStringLiteral("a.txt")});
-    double idle = 0;
-    double busy = 0;
-    std::thread([&] { idle = measure(500, {[&] { sendByLibrary(file); }})[0]; }).join();
-    std::atomic<bool> done = false;
-    std::thread sender([&] {
-        busy = measure(500, {[&] { sendByLibrary(file); }})[0];
-        done = true;
-    });
-    while (!done) { }
-    sender.join();
-    print("the same while the master's own thread is busy", busy, idle, "µs");
-}
-
-/* Returns the bytes that an idle connection to \a port takes, both ends counted. */
-double bytesOfConnection(quint16 port, const Action& settle)
-{
-    constexpr int connections = 500;
-    const double before = double(::mallinfo2().uordblks);
-    std::vector<std::unique_ptr<QTcpSocket>> clients;
-    for (int i = 0; i < connections; ++i) {
-        clients.push_back(std::make_unique<QTcpSocket>());
-        clients.back()->connectToHost(QHostAddress(QHostAddress::LocalHostIPv6), port);
-        clients.back()->waitForConnected();
-        settle();
-    }
-    return (double(::mallinfo2().uordblks) - before) / connections;
-}
-
-/* The same with a server of Qt's own in this thread. */
-double bytesOfBareConnection(bool connectsSignals)
-{
-    QTcpServer server;
-    std::vector<std::unique_ptr<QTcpSocket>> accepted;
-    QObject::connect(&server, &QTcpServer::newConnection, [&] {
-        auto* const socket = server.nextPendingConnection();
-        accepted.emplace_back(socket);
-        if (connectsSignals) {
-            QObject::connect(socket, &QTcpSocket::readyRead, &server, &QTcpServer::pauseAccepting);
-            QObject::connect(socket, &QTcpSocket::disconnected, &server, &QTcpServer::close);
-        }
-    });
-    server.listen(QHostAddress(QHostAddress::LocalHostIPv6));
-    const double bytes =
-        bytesOfConnection(server.serverPort(), [&, expected = size_t(0)]() mutable {
-            ++expected;
-            while (accepted.size() < expected)
-                QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        });
-    server.disconnect();
-    for (const auto& socket : accepted)
-        socket->disconnect();
-    return bytes;
-}
-
-void measureMemory()
-{
-    const QByteArray file = packArguments({QStringLiteral("a.txt")});
-    const double ours = bytesOfConnection(readMasterPort(), [&] { sendByLibrary(file); });
-    print("memory of an idle connection, both ends", ours, bytesOfBareConnection(false), "bytes");
-    print("the same, beside one with its two signals connected", ours, bytesOfBareConnection(true),
-          "bytes");
-}
-
-/* The thread, the server and the settings of a start, without a library around them. */
-class BareThread : public QThread {
-public:
-    explicit BareThread(QSemaphore& whenReady)
-        : ready(whenReady)
-    {
-    }
-
-private:
-    void run() override
-    {
-        readMasterPort();
-        QTcpServer server;
-        server.listen(QHostAddress(QHostAddress::LocalHostIPv6), 0);
-        readMasterPort();
-        writeMasterPort(server.serverPort());
-        readMasterPort();
-        ready.release();
-        exec();
-        readMasterPort();
-        writeMasterPort(0);
-    }
-    QSemaphore& ready;
-};
-
-void measureStart()
-{
-    std::vector<double> ours;
-    std::vector<double> floor;
-    for (int i = 0; i < 300; ++i) {
-        QElapsedTimer timer;
-        timer.start();
-        startSingleInstance();
-        ours.push_back(double(timer.nsecsElapsed()) / 1000);
-        stopSingleInstance();
-
-        timer.start();
-        QSemaphore ready;
-        readMasterPort();
-        BareThread thread(ready);
-        thread.start();
-        ready.acquire();
-        writeMasterPid(quint32(::getpid()));
-        floor.push_back(double(timer.nsecsElapsed()) / 1000);
-        thread.quit();
-        thread.wait();
-    }
-    print("start() that becomes master", median(ours), median(floor), "µs");
-}
-
 /* Starts a program; returns its process id and an end of a pipe from its output. */
 pid_t start(const char* program, int& output)
 {
@@ -370,15 +253,19 @@ void measureLaunchesOfApplications()
         {{PROGRAMS "bench_application_launch", saysSo}, {PROGRAMS "bench_application", saysSo}});
     qputenv("XDG_CONFIG_HOME", home);
     becomeMaster();
-    const auto second = measureStarts(50,
+    const auto second = measureStarts(200,
                                       {{VIEWER, handedOver},
                                        {PROGRAMS "bench_floor_widgets", saysSo},
-                                       {PROGRAMS "bench_application", handedOver}});
+                                       {PROGRAMS "bench_application", handedOver},
+                                       {PROGRAMS "bench_application_parser", handedOver},
+                                       {PROGRAMS "bench_application_launch", handedOver}});
     stopSingleInstance();
     print("a second launch of the viewer, process start to list in the inbox", second[0], second[1],
           "ms");
     print("the same, beside an application without HostKit::Launch", second[0], second[2], "ms");
-    print("a first launch with its window, beside the same", first[0], first[1], "ms");
+    print("a second launch with a parser, beside one without", second[3], second[4], "ms");
+    print("a first launch with its window, beside an application without HostKit::Launch", first[0],
+          first[1], "ms");
 }
 
 /* On the display of the environment, with a window manager. */
@@ -421,12 +308,9 @@ int main(int argc, char* argv[])
         measureLaunchesOfApplications();
         return 0;
     }
-    measureStart();
     becomeMaster();
     measureHandOffs();
-    measureBusyMaster();
     measureLaunches();
-    measureMemory();
     stopSingleInstance();
     return 0;
 }

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Makes the slips of tests/mutations.txt in a copy of the code, one at a time, builds it, runs the test
-# that has to notice, and prints those that pass unnoticed. Takes ten minutes for all.
+# Makes the mutants of tests/mutations.txt in a copy of the code, one at a time, builds each, runs the
+# test that has to fail, and prints those that survive. Takes ten minutes for all.
 # usage: mutate.sh [COUNT]: so many of them, which ones depends on how many commits there are
 set -eu
 cd "$(dirname "$0")/.."
@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 
 # shellcheck disable=SC2086
 require_packages $build_packages $desktop_packages $test_packages
-copy=$PWD/build/mutants
+copy=$PWD/build/mutation
 rm -rf "$copy"
 mkdir -p "$copy/source"
 git archive HEAD | tar -xf - -C "$copy/source"
@@ -19,12 +19,12 @@ passes() {
     timeout 120 scripts/with-display.sh "$copy/build/tests/$1" ${2:+"$2"} >"$copy/log" 2>&1
 }
 
-slips=$copy/slips
-grep -v '^#' "$copy/source/tests/mutations.txt" >"$slips"
-all=$(wc -l <"$slips")
+mutants=$copy/mutants
+grep -v '^#' "$copy/source/tests/mutations.txt" >"$mutants"
+all=$(wc -l <"$mutants")
 count=${1:-$all}
 first=$(($(git rev-list --count HEAD) * count % all))
-cat "$slips" "$slips" | tail -n "+$((first + 1))" | head -n "$count" >"$copy/chosen"
+cat "$mutants" "$mutants" | tail -n "+$((first + 1))" | head -n "$count" >"$copy/chosen"
 
 # build_tests: those that are chosen.
 build_tests() {
@@ -35,7 +35,8 @@ build_tests() {
 quietly cmake -G Ninja -S "$copy/source" -B "$copy/build"
 build_tests
 
-# outcome FILE EXPRESSION TEST... : what comes of a slip, or nothing if it is noticed
+# outcome FILE EXPRESSION TEST... : what comes of a mutant, or nothing if a check of the test failed: a
+# time-out, or a display that crashed, noticed nothing
 outcome() {
     file=$1
     expression=$2
@@ -47,29 +48,31 @@ outcome() {
     elif ! cmake --build "$copy/build" --target "SingleInstance_$1" >"$copy/log" 2>&1; then
         echo "does not compile"
     elif passes "$@"; then
-        echo "unnoticed"
+        echo "survives"
+    elif ! grep -q '^FAIL!' "$copy/log"; then
+        echo "crashes or hangs"
     fi
     cp "$copy/right" "$copy/source/$file"
 }
 
-unnoticed=0
-while IFS= read -r slip; do
-    file=${slip%% | *}
-    test=${slip##* | }
-    slip=${slip% | *}
-    expression=${slip#* | }
+survivors=0
+while IFS= read -r mutant; do
+    file=${mutant%% | *}
+    test=${mutant##* | }
+    mutant=${mutant% | *}
+    expression=${mutant#* | }
     # shellcheck disable=SC2086 # a program and a function of it
     result=$(outcome "$file" "${expression% | *}" $test)
     if [ -n "$result" ]; then
-        echo "$result: ${slip##* | } ($file)"
-        unnoticed=$((unnoticed + 1))
+        echo "$result: ${mutant##* | } ($file)"
+        survivors=$((survivors + 1))
     fi
 done <"$copy/chosen"
-# Without any slip, all these tests pass.
+# Without any mutant, all these tests pass.
 build_tests
 sed 's/.* | //' "$copy/chosen" | sort -u | while read -r test; do
     # shellcheck disable=SC2086
-    passes $test || { echo "fails without a slip: $test"; cat "$copy/log"; exit 1; }
+    passes $test || { echo "fails without a mutant: $test"; cat "$copy/log"; exit 1; }
 done
-echo "$((count - unnoticed)) of $count slips were noticed"
-[ "$unnoticed" -eq 0 ]
+echo "$((count - survivors)) of $count mutants were killed"
+[ "$survivors" -eq 0 ]

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Repeats the faults of docs/reliability.md many times, and prints its table; then tries whether the
-# tests notice slips in the code. Builds, and takes half an hour at most.
-# With --try, repeats each a few times, and tries no slips.
+# tests kill mutants of the code. Builds, and takes half an hour at most.
+# With --try, repeats each a few times, and tries no mutants.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -88,6 +88,6 @@ rows repeat_on_display tst_sessions servesEachLaunch startsAfterAKill
 rows repeat_in_own_network tst_sessions takesThePlaceOfAMasterThatCannotBeReached
 rows repeat tst_controller recoversFromAFlood
 rows fuzz "$inputs"
-unset STORM_ROUNDS KILL_ROUNDS UNREACHABLE_ROUNDS FLOOD_ROUNDS # a slip is noticed in a single one
+unset STORM_ROUNDS KILL_ROUNDS UNREACHABLE_ROUNDS FLOOD_ROUNDS # a mutant is killed in a single one
 [ "${1:-}" = --try ] || scripts/mutate.sh || failed=1
 exit "$failed"
