@@ -5,18 +5,20 @@
  *   spin -a -DN=3 docs/arbitration.pml && cc -O2 -DSAFETY -o pan pan.c && ./pan
  *
  * N processes start at any moment, each with a list to hand over. A master shows what it got, one
- * list at a time, and quits at any moment: what it has not shown goes into a file, and another
+ * list at a time, and quits at any moment. What it has not shown goes into the spool, and another
  * process is started for it. At most one process is killed, at any moment, and a stranger may then
  * listen on the port that it left. At most one master can no longer be reached, from any moment on.
+ * At most one launch waits for the launch lock in vain, since the holder is slow: it hands over to a
+ * master that answers, or leaves its list in the spool.
  *
  * Checked: there is never more than one master that can be reached, no launch fails, no launch that
  * began after the kill hands over to the stranger, and every list is shown once, unless its receiver
- * was killed, or waits in the file for a next launch that does not come: that is so only if a
+ * was killed, or waits in the spool for a next launch that does not come: that is so only if a
  * process was started for lists and showed none, or was killed.
  *
- * -DBARE leaves out the session's two locks, the kill and the quits: two masters remain possible,
- * and the checker has to find them. -DFORGETFUL leaves out the file: lists are lost, and the checker
- * has to find that.
+ * Three definitions take something away, and the checker has to find what happens then. -DBARE: the
+ * session's two locks, the kill and the quits; two masters. -DFORGETFUL: the spool; a lost list.
+ * -DWITHOUT_LOCK: a launch that waited in vain goes on as if it had the lock; two masters.
  */
 
 #ifndef N
@@ -28,14 +30,15 @@ byte port;           /* the slot in the settings: 0, or the process that listens
 bool serving[MOST];  /* the process accepts connections */
 bool deaf[MOST];     /* and nobody reaches it */
 byte inbox[MOST];    /* lists handed over to it and not yet shown */
-byte waiting;        /* lists in the file */
+byte waiting;        /* lists in the spool */
 byte launches;       /* who holds launch.lock */
 byte living;         /* masters who hold master.lock, which they share */
 byte masters;        /* that can be reached */
 byte handed, shown, lost, running;
-bool mayWait;        /* in the file, until the end */
+bool mayWait;        /* in the spool, until the end */
 byte killed = 255;   /* nobody, until it is decided */
 byte unreachable = 255;
+byte impatient = 255;
 
 inline acquireLaunches() {
 #ifdef BARE
@@ -43,6 +46,52 @@ inline acquireLaunches() {
 #else
     atomic { launches == 0 -> launches = _pid }
 #endif
+}
+
+/* The launch that waits in vain does so only while somebody holds the lock. */
+inline awaitLaunches() {
+#ifdef BARE
+    hasLock = true
+#else
+    if
+    :: atomic { launches == 0 -> launches = _pid; hasLock = true }
+    :: launches != 0 && impatient == _pid
+    fi
+#endif
+}
+
+/*
+ * Without the lock. Its holder may have become master, and taken what waited, just before the list
+ * came into the spool: so look again.
+ */
+inline leaveForNext() {
+    seen = port;
+    atomic {
+        if
+        :: seen != 0 && serving[seen] && !deaf[seen] ->
+            inbox[seen]++; handed++; isSecondary = true
+        :: else
+        fi
+    };
+    if
+    :: !isSecondary ->
+        atomic { waiting++; handed++ };
+        atomic {
+            if
+            :: launches == 0 && waiting > 0 -> launches = _pid; hasLock = true; waiting--; handed--
+            :: else
+            fi
+        };
+        seen = port;
+        atomic {
+            if
+            :: !hasLock && waiting > 0 && seen != 0 && serving[seen] && !deaf[seen] ->
+                waiting--; inbox[seen]++
+            :: else
+            fi
+        }
+    :: else
+    fi
 }
 
 inline releaseLaunches() {
@@ -100,7 +149,7 @@ inline startMaster() {
 
 /*
  * To the master that took the place of one who could not be reached, if there is one, else into the
- * file, which is replaced in one step; whoever does this holds launch.lock.
+ * spool.
  */
 inline leaveLists() {
 #ifdef FORGETFUL
@@ -111,7 +160,6 @@ inline leaveLists() {
         :: living > 0 && port != 0 && serving[port] && !deaf[port] ->
             inbox[port] = inbox[port] + inbox[_pid]
         :: else ->
-            leaves = inbox[_pid] > 0;
             waiting = waiting + inbox[_pid]
         fi;
         inbox[_pid] = 0
@@ -130,10 +178,10 @@ inline quitMaster() {
     atomic { living--; isLocked = false };
     leaveLists();
     releaseLaunches();
-    atomic {
+    atomic { /* also what the impatient launch left meanwhile */
         if
-        :: leaves && isSuccessor && !hasShown -> mayWait = true
-        :: leaves && !(isSuccessor && !hasShown) -> running++; run Launch(true)
+        :: waiting > 0 && isSuccessor && !hasShown -> mayWait = true
+        :: waiting > 0 && !(isSuccessor && !hasShown) -> running++; run Launch(true)
         :: else
         fi
     }
@@ -141,13 +189,21 @@ inline quitMaster() {
 
 proctype Launch(bool isForLists) {
     byte seen;
-    bool isSecondary, isMaster, isLocked, isSuccessor, hasShown, leaves;
+    bool isSecondary, isMaster, isLocked, isSuccessor, hasShown, hasLock;
     bool sawMaster = true; /* alive, when this launch began */
     {
-        acquireLaunches();
+        awaitLaunches();
+#ifdef WITHOUT_LOCK
+        hasLock = true;
+#endif
         if
-        :: isForLists && waiting == 0 -> releaseLaunches() /* somebody else showed them */
-        :: else ->
+        :: !hasLock && !isForLists -> leaveForNext()
+        :: else
+        fi;
+        if
+        :: !hasLock
+        :: hasLock && isForLists && waiting == 0 -> releaseLaunches() /* somebody else showed them */
+        :: hasLock && !(isForLists && waiting == 0) ->
 #ifndef BARE
             findWayToMaster();
 #endif
@@ -213,6 +269,10 @@ init {
     if
     :: unreachable = 0
     :: unreachable = 2
+    fi;
+    if
+    :: impatient = 0
+    :: impatient = 2
     fi;
     running == 0;
     assert(handed == shown + lost + waiting);

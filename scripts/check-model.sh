@@ -1,6 +1,7 @@
 #!/bin/sh
-# Checks docs/arbitration.pml: the locks and the file of a session hold for 2 and 3 launches; without
-# the locks the checker finds two masters, and without the file a list that is lost.
+# Checks docs/arbitration.pml: the locks and the spool of a session hold for 2 and 3 launches. Without
+# the locks, or with a launch that does not wait for them, the checker finds two masters, and without
+# the spool a list that is lost.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -23,11 +24,14 @@ errors() {
 checker_options=
 for launches in 2 3; do
     found=$(errors "-DN=$launches")
-    echo "$launches launches, quits, a kill and a deaf master: $found errors"
+    echo "$launches launches, quits, a kill, a deaf master and an impatient launch: $found errors"
     [ "$found" = 0 ]
 done
 found=$(errors -DN=2 -DFORGETFUL)
-echo "2 launches without the file: a lost list found $found time(s)"
+echo "2 launches without the spool: a lost list found $found time(s)"
+[ "$found" = 1 ]
+found=$(errors -DN=2 -DWITHOUT_LOCK)
+echo "2 launches, of which one does not wait for the lock: two masters found $found time(s)"
 [ "$found" = 1 ]
 checker_options=-E # masters that stay are no error here
 found=$(errors -DN=2 -DBARE)
