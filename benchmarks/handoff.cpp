@@ -6,9 +6,9 @@
  */
 
 #include "Foreground.h"
+#include "MasterProbe.h"
 #include "MessageFormat.h"
 #include "MessageSender.h"
-#include "MasterProbe.h"
 #include "Registry.h"
 #include "SettingsSlot.h"
 #include "SingleInstanceController.h"
