@@ -78,16 +78,16 @@ fuzz() {
 }
 
 printf '| fault | outcome |\n|---|---|\n'
-export STORM_ROUNDS=100 KILL_ROUNDS=300 UNREACHABLE_ROUNDS=10 FLOOD_ROUNDS=10
+export STORM_ROUNDS=100 KILL_ROUNDS=300 UNREACHABLE_ROUNDS=10 FLOOD_ROUNDS=10 WAIT_ROUNDS=200
 inputs=500000
 if [ "${1:-}" = --try ]; then
-    export STORM_ROUNDS=2 KILL_ROUNDS=5 UNREACHABLE_ROUNDS=1 FLOOD_ROUNDS=1
+    export STORM_ROUNDS=2 KILL_ROUNDS=5 UNREACHABLE_ROUNDS=1 FLOOD_ROUNDS=1 WAIT_ROUNDS=4
     inputs=2000
 fi
-rows repeat_on_display tst_sessions servesEachLaunch startsAfterAKill
+rows repeat_on_display tst_sessions servesEachLaunch startsAfterAKill endsEachWait
 rows repeat_in_own_network tst_sessions takesThePlaceOfAMasterThatCannotBeReached
 rows repeat tst_controller recoversFromAFlood
 rows fuzz "$inputs"
-unset STORM_ROUNDS KILL_ROUNDS UNREACHABLE_ROUNDS FLOOD_ROUNDS # a mutant is killed in a single one
+unset STORM_ROUNDS KILL_ROUNDS UNREACHABLE_ROUNDS FLOOD_ROUNDS WAIT_ROUNDS # a mutant is killed in a single one
 [ "${1:-}" = --try ] || scripts/mutate.sh || failed=1
 exit "$failed"

@@ -137,25 +137,37 @@ private Q_SLOTS:
 
     void takesThePlaceOfAMasterThatCannotBeReached_data()
     {
+        QTest::addColumn<int>("count"); // of launches
+        QTest::addColumn<QString>("shape"); // of these
         QTest::addColumn<int>("connections"); // to a master that is stopped; the kernel keeps 51
         QTest::addColumn<QString>("before");
         QTest::addColumn<QString>("after");
-        QTest::newRow("the master's queue is full") << 51 << QString() << QString();
-        QTest::newRow("the master's queue is full, with windows") << 51 << QString() << QString();
-        QTest::newRow("the master's port is gone") << 0 << "printf 1 >$0" << QString();
+        const bool isLong = qEnvironmentVariableIsSet("UNREACHABLE_ROUNDS");
+        for (const int count : isLong ? QList<int>{1, 5, 20, 50} : QList<int>{20}) {
+            for (const bool hasWindows : {false, true})
+                QTest::addRow("%d launches%s while the master's queue is full", count,
+                              hasWindows ? " with windows" : "")
+                    << count << QString(hasWindows ? "closing" : "") << 51 << QString()
+                    << QString();
+        }
+        QTest::newRow("20 launches while the master's port is gone")
+            << 20 << QString() << 0 << "printf 1 >$0" << QString();
         const QString hasIPv6 = "echo %1 >/proc/sys/net/ipv6/conf/all/disable_ipv6";
         if (qEnvironmentVariableIsSet("OWN_NETWORK")) // which the test may change as it likes
-            QTest::newRow("IPv6 is switched off") << 0 << hasIPv6.arg(1) << hasIPv6.arg(0);
+            QTest::newRow("20 launches while IPv6 is switched off")
+                << 20 << QString() << 0 << hasIPv6.arg(1) << hasIPv6.arg(0);
     }
 
     void takesThePlaceOfAMasterThatCannotBeReached()
     {
+        QFETCH(int, count);
+        QFETCH(QString, shape);
         QFETCH(int, connections);
         QFETCH(QString, before);
         QFETCH(QString, after);
-        const int count = std::max(1, qEnvironmentVariableIntValue("UNREACHABLE_ROUNDS"));
+        const int rounds = std::max(1, qEnvironmentVariableIntValue("UNREACHABLE_ROUNDS"));
         qint64 longest = 0;
-        for (int round = 0; round < count; ++round) {
+        for (int round = 0; round < rounds; ++round) {
             family.emplace();
             const auto old = stoppedMaster("/own", {"/before"});
             const QString oldPort = contentOf(portFile());
@@ -166,14 +178,13 @@ private Q_SLOTS:
             }
             change(before);
 
-            if (QByteArray(QTest::currentDataTag()).endsWith("windows"))
-                qputenv("SHAPE", "closing");
+            qputenv("SHAPE", shape.toUtf8());
             QElapsedTimer timer;
             timer.start();
-            const auto launches = launchMany(20);
+            const auto launches = launchMany(count);
             for (const Launch& each : launches)
                 QVERIFY(family->isServed(*each));
-            QCOMPARE(family->handedOver, 19);
+            QCOMPARE(family->handedOver, count - 1);
             longest = std::max(longest, timer.elapsed());
             const QString newPort = contentOf(portFile());
             QVERIFY(newPort != oldPort);
@@ -185,8 +196,8 @@ private Q_SLOTS:
             QCOMPARE(contentOf(portFile()), newPort);
             QVERIFY(!after.isEmpty() || family->said("list /before")); // passed on
         }
-        qInfo("20 launches while %s: %d rounds, served in %.1f s at most", QTest::currentDataTag(),
-              count, double(longest) / 1000);
+        qInfo("%s: %d rounds, served in %.1f s at most", QTest::currentDataTag(), rounds,
+              double(longest) / 1000);
         QVERIFY(longest < 20000); // 3 s, on a machine that has time
     }
 
@@ -422,6 +433,51 @@ private Q_SLOTS:
         QCOMPARE(QDir(family->path("runtime")).entryList({"hostkit-*"}, QDir::System),
                  QStringList());
         qunsetenv("XDG_RUNTIME_DIR");
+    }
+
+    /* Each with a code of its own, while something happens to the master. */
+    void endsEachWait()
+    {
+        const int count = std::max(4, qEnvironmentVariableIntValue("WAIT_ROUNDS"));
+        int answered = 0;
+        for (int round = 0; round < count; ++round) {
+            family.emplace();
+            qunsetenv("SHAPE");
+            const auto master = launchMaster();
+            qputenv("SHAPE", "closing");
+            std::vector<Launch> waiting;
+            for (int code = 10; code < 20; ++code)
+                waiting.push_back(launch({"--wait", QString("/code%1").arg(code)}));
+            QTest::qWait(QRandomGenerator::global()->bounded(60));
+            qunsetenv("SHAPE"); // of a process that the master starts
+            if (round % 4 == 1)
+                master->signal(SIGKILL);
+            else if (round % 4 == 2)
+                master->command("quit");
+            else if (round % 4 == 3 && master->stop())
+                master->signal(SIGCONT);
+            for (int i = 0; i < int(waiting.size()); ++i) {
+                const auto process = QString::number(waiting[i]->processId());
+                const auto isMaster = [&] { // by now, and waits for nobody
+                    return family->lines("state 1").contains(process + " state 1");
+                };
+                const auto ends = [&] {
+                    return isMaster() || waiting[i]->state() == QProcess::NotRunning;
+                };
+                QVERIFY(QTest::qWaitFor(ends, 20000));
+                if (isMaster())
+                    continue;
+                const int code = waiting[i]->exitCode();
+                const bool mayFail = round % 4 == 1 || round % 4 == 2;
+                QVERIFY2(code == 10 + i || (mayFail && code <= 1),
+                         qPrintable(QString::number(code)));
+                answered += int(code == 10 + i);
+            }
+        }
+        qInfo("10 launches that wait, the master answers, dies, quits or stops: %d rounds, all "
+              "ended, "
+              "%d with an answer of their own",
+              count, answered);
     }
 
     /* A launch follows what it handed over, until somebody receives it. */

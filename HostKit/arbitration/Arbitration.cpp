@@ -14,6 +14,7 @@
 
 namespace HostKit {
 
+using SingleInstance::readMasterPid;
 using SingleInstance::readMasterPort;
 using SingleInstance::writeMasterPort;
 
@@ -41,7 +42,7 @@ Decision toBeMaster(FileLock launchLock)
     if (readMasterPort() != 0)
         writeMasterPort(0);
     if (readMasterPort() == 0)
-        return {Outcome::MasterToBe, std::move(launchLock)};
+        return {Outcome::MasterToBe, std::move(launchLock), 0};
     qWarning("HostKit: the settings cannot be written, so that there can be no master");
     return {};
 }
@@ -64,7 +65,7 @@ Decision decideUnderLock(const LaunchMessage& launch, FileLock launchLock)
         if (master == Master::Unreachable)
             break;
         if (handOff(launch))
-            return {Outcome::HandedOver, {}};
+            return {Outcome::HandedOver, {}, readMasterPid()};
     }
     qWarning("HostKit: the master on port %d cannot be reached, this process takes its place",
              readMasterPort());
@@ -78,7 +79,7 @@ Decision decideUnderLock(const LaunchMessage& launch, FileLock launchLock)
 Decision decideWithoutLock(const LaunchMessage& launch)
 {
     if (!isMasterInOtherNetwork() && handOff(launch))
-        return {Outcome::HandedOver, {}};
+        return {Outcome::HandedOver, {}, readMasterPid()};
     const QString name = spool({enveloped(launch)});
     if (name.isEmpty())
         return {};
@@ -86,22 +87,22 @@ Decision decideWithoutLock(const LaunchMessage& launch)
     const bool canDecide = launchLock.isTaken() || isReachable(readMasterPort());
     if (!canDecide || !unspool(name)) {
         qWarning("HostKit: the application is starting, or hangs: the arguments wait for it");
-        return {Outcome::Spooled, {}};
+        return {Outcome::Spooled, {}, 0};
     }
     if (launchLock.isTaken())
         return decideUnderLock(launch, std::move(launchLock));
     if (handOff(launch))
-        return {Outcome::HandedOver, {}};
-    return {spool({enveloped(launch)}).isEmpty() ? Outcome::Failed : Outcome::Spooled, {}};
+        return {Outcome::HandedOver, {}, readMasterPid()};
+    return {spool({enveloped(launch)}).isEmpty() ? Outcome::Failed : Outcome::Spooled, {}, 0};
 }
 
 Decision decideForSpool(FileLock launchLock)
 {
     if (launchLock.hasTimedOut() || !hasSpooledLists())
-        return {Outcome::NothingToDo, {}};
+        return {Outcome::NothingToDo, {}, 0};
     const Master master = findMaster();
     if (master == Master::InOtherNetwork)
-        return {Outcome::NothingToDo, {}};
+        return {Outcome::NothingToDo, {}, 0};
     if (master != Master::Answers)
         return toBeMaster(std::move(launchLock));
     const QList<QStringList> left = passOn(takeSpooledLists());
@@ -109,7 +110,7 @@ Decision decideForSpool(FileLock launchLock)
         qWarning("HostKit: lists of arguments wait for the next master: that on port %d takes no "
                  "more",
                  readMasterPort());
-    return {Outcome::NothingToDo, {}};
+    return {Outcome::NothingToDo, {}, 0};
 }
 
 } // namespace

@@ -33,6 +33,7 @@ enum class Outcome {
 struct Decision {
     Outcome outcome = Outcome::Failed;
     FileLock launchLock; // of the master to be, until it is one
+    quint32 master = 0; // the process that has the launch
 };
 
 /*!

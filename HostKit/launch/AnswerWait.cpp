@@ -3,19 +3,17 @@
 #include "AnswerChannel.h"
 #include "Arbitration.h"
 #include "ConfigDirectory.h"
-#include "MasterLock.h"
 #include "MessageSpool.h"
-#include "SettingsSlot.h"
 
 #include <HostKit/Signals.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFileSystemWatcher>
 #include <QtCore/QSocketNotifier>
+#include <QtCore/QTimer>
 
 #include <cerrno>
 #include <cstdio>
-#include <utility>
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -25,9 +23,12 @@ namespace HostKit {
 namespace {
 
 constexpr int maxAnswerSize = 1 << 20; // bytes
+constexpr int lookAgainAtOnce = 100; // ms, behind a connection that is among the events
+constexpr int lookAgainLater = 1000;
+constexpr int lookNoMore = -1;
 
 /* Returns a descriptor that becomes readable when \a process ends, or -1. */
-int openProcess(qint64 process)
+int openProcess(quint32 process)
 {
     return static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(process), 0));
 }
@@ -57,28 +58,34 @@ bool AnswerWait::isListening() const
     return server.isListening();
 }
 
-int AnswerWait::run()
+int AnswerWait::run(quint32 master)
 {
     quitOnSignals();
-    // From the loop, so that it may end it.
-    QMetaObject::invokeMethod(this, &AnswerWait::follow, Qt::QueuedConnection);
+    watch(master);
     QCoreApplication::exec();
     return exitCode;
 }
 
-/* The first connection counts: nobody else knows the identity. */
+/* The last one counts: the process that had the launch may be gone, unnoticed so far. */
 void AnswerWait::accept()
 {
     QLocalSocket* const socket = server.nextPendingConnection();
-    if (!socket || receiver) {
-        delete socket;
+    if (!socket)
         return;
+    if (receiver) {
+        receiver->disconnect(this);
+        receiver->deleteLater();
     }
     receiver = socket;
+    received.clear();
+    wasReceived = true;
+    closeProcess();
     connect(socket, &QLocalSocket::readyRead, this, &AnswerWait::read);
     connect(socket, &QLocalSocket::disconnected, this, [this] {
         read();
-        end(1, QStringLiteral("the application ended without an answer\n"));
+        receiver->deleteLater();
+        receiver = nullptr;
+        follow(lookAgainAtOnce);
     });
     read();
 }
@@ -93,44 +100,45 @@ void AnswerWait::read()
 }
 
 /*
- * Looks where the launch is: in the spool, from which a master takes it under the launch lock, or
- * with the master that has taken it. If it is in neither place, it went down with its process.
+ * Looks where the launch is, once its process is gone. It is in the spool; or a master took it from
+ * there, under the launch lock, and connects; or it went down with its process. A master that got it
+ * from another one may take a moment to connect.
  */
-void AnswerWait::follow()
+void AnswerWait::follow(int lookAgain)
 {
     if (receiver || hasEnded)
         return;
     const FileLock launchLock = takeLaunchLock(std::chrono::seconds(1));
     spool = std::make_unique<QFileSystemWatcher>(spoolDirectories());
-    connect(spool.get(), &QFileSystemWatcher::directoryChanged, this, &AnswerWait::follow,
-            Qt::QueuedConnection);
+    connect(
+        spool.get(), &QFileSystemWatcher::directoryChanged, this,
+        [this] { follow(lookAgainAtOnce); }, Qt::QueuedConnection);
     if (isSpooled(id))
         return;
     spool.reset();
     if (!launchLock.isTaken()) // somebody starts or ends just now, and may have it
-        QMetaObject::invokeMethod(this, &AnswerWait::follow, Qt::QueuedConnection);
-    else if (hasLivingMaster())
-        watch(SingleInstance::readMasterPid());
-    else if (!std::exchange(wasMissed, true)) // its connection may be among the events
-        QMetaObject::invokeMethod(this, &AnswerWait::follow, Qt::QueuedConnection);
+        QTimer::singleShot(0, this, [this, lookAgain] { follow(lookAgain); });
+    else if (lookAgain >= 0)
+        QTimer::singleShot(lookAgain, this, [this] { follow(lookNoMore); });
     else
-        end(1, QStringLiteral("the application ended before it opened this\n"));
+        end(1,
+            wasReceived ? QStringLiteral("the application ended without an answer\n")
+                        : QStringLiteral("the application ended before it opened this\n"));
 }
 
-void AnswerWait::watch(qint64 watched)
+/* Waits for the end of the process that has the launch, unless it connects before. */
+void AnswerWait::watch(quint32 watched)
 {
-    const int descriptor = openProcess(watched);
-    if (descriptor < 0) { // it ended in this moment, or cannot be seen from here
-        if (!std::exchange(wasMissed, true))
-            QMetaObject::invokeMethod(this, &AnswerWait::follow, Qt::QueuedConnection);
+    const int descriptor = watched == 0 ? -1 : openProcess(watched);
+    if (descriptor < 0) { // there is none, or it ended in this moment, or cannot be seen from here
+        if (watched == 0 || errno == ESRCH)
+            QTimer::singleShot(0, this, [this] { follow(lookAgainLater); });
         return;
     }
-    closeProcess();
-    wasMissed = false;
     process = std::make_unique<QSocketNotifier>(descriptor, QSocketNotifier::Read);
     connect(process.get(), &QSocketNotifier::activated, this, [this] {
         closeProcess();
-        follow();
+        follow(lookAgainLater);
     });
 }
 

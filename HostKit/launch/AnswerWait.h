@@ -15,8 +15,8 @@ namespace HostKit {
 /*!
     A launch that waits for the answer of the process that received it.
 
-    Until the launch is received, it follows its message from one process to the next: a process that
-    ends may have left it in the spool. Needs an application object without windows, whose event loop
+    It follows its message from one process to the next, since a process that ends may have left it
+    in the spool. Needs an application object without windows, whose event loop
     it runs. The thread of that object.
 */
 class AnswerWait : public QObject {
@@ -29,17 +29,17 @@ public:
     bool isListening() const;
 
     /*!
-        Waits for the answer, after the hand-over. Returns the exit code of this process: that of the
-        answer, whose text goes to standard error; 1 if the process that had the launch died, which
-        is said there; 130 after a signal.
+        Waits for the answer, after the hand-over to the process \a master, or to the spool if that
+        is 0. Returns the exit code of this process: that of the answer, whose text goes to standard
+        error; 1 if the process that had the launch died, which is said there; 130 after a signal.
     */
-    int run();
+    int run(quint32 master);
 
 private:
     void accept();
     void read();
-    void follow();
-    void watch(qint64 process);
+    void follow(int lookAgain);
+    void watch(quint32 master);
     void closeProcess();
     void end(int exitCode, const QString& text);
 
@@ -51,7 +51,7 @@ private:
     std::unique_ptr<QFileSystemWatcher> spool;
     int exitCode = 130;
     bool hasEnded = false;
-    bool wasMissed = false; // the process that has the launch, in the last look
+    bool wasReceived = false;
 };
 
 } // namespace HostKit

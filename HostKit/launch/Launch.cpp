@@ -181,7 +181,7 @@ void waitForAnswer(LaunchPrivate& launch)
         qWarning("HostKit: this launch cannot wait for an answer, and ends at once");
     decideAndHandOver(launch);
     if (launch.message.isWaiting && launch.exitCode)
-        launch.exitCode = answer.run();
+        launch.exitCode = answer.run(launch.decision->master);
 }
 
 void start(LaunchPrivate& launch, const QString& organisation, const QString& name,

@@ -32,16 +32,28 @@ bool InstanceSessionPrivate::hasReceiver() const
         && !session.signalsBlocked();
 }
 
+std::unique_ptr<AnswerChannel> InstanceSessionPrivate::channelOf(const LaunchMessage& message)
+{
+    const auto open = channels.find(message.id);
+    if (open == channels.end())
+        return message.isWaiting ? std::make_unique<AnswerChannel>(message.id) : nullptr;
+    auto channel = std::move(open->second);
+    channels.erase(open);
+    return channel;
+}
+
 /* One launch an iteration: the slot may quit, or run a loop of its own, which goes on with the next. */
 void InstanceSessionPrivate::deliver()
 {
     if (!inbox || inbox->isEmpty() || !hasReceiver())
         return;
     hasDelivered = true;
-    const ReceivedLaunch launch(std::make_shared<ReceivedLaunchPrivate>(inbox->takeFirst()));
+    const LaunchMessage message = inbox->takeFirst();
+    const ReceivedLaunch launch(
+        std::make_shared<ReceivedLaunchPrivate>(message, channelOf(message)));
     if (!inbox->isEmpty())
         idle.request();
-    const QByteArray token = launch.d->message.activationToken;
+    const QByteArray token = message.activationToken;
     exportToEnvironment(token);
     // Behind all slots, also those that are queued.
     const auto clear = qScopeGuard([token] {

@@ -154,6 +154,11 @@ void InstanceSessionPrivate::becomeMaster(SingleInstanceController& controller)
     masterLock = takeMasterLock();
     const QList<QStringList> spooled = takeSpooledLists();
     tookSpooled = !spooled.isEmpty();
+    for (const QStringList& list : spooled) { // which those that wait have to learn under this lock
+        const LaunchMessage message = opened(list).message;
+        if (message.isWaiting)
+            channels[message.id] = std::make_unique<AnswerChannel>(message.id);
+    }
     inbox = std::make_shared<Inbox>(spooled);
     Inbox::fillFrom(controller, inbox, [this] { idle.request(); });
     if (readMasterPid() == GetCurrentProcessId()) // else another process may be master by now

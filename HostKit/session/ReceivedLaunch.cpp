@@ -6,11 +6,11 @@
 
 namespace HostKit {
 
-ReceivedLaunchPrivate::ReceivedLaunchPrivate(const LaunchMessage& received)
+ReceivedLaunchPrivate::ReceivedLaunchPrivate(const LaunchMessage& received,
+                                             std::unique_ptr<AnswerChannel> itsChannel)
     : message(received)
+    , channel(std::move(itsChannel))
 {
-    if (message.isWaiting)
-        channel.emplace(message.id);
 }
 
 ReceivedLaunchPrivate::~ReceivedLaunchPrivate()
@@ -20,7 +20,7 @@ ReceivedLaunchPrivate::~ReceivedLaunchPrivate()
 }
 
 ReceivedLaunch::ReceivedLaunch()
-    : d(std::make_shared<ReceivedLaunchPrivate>(LaunchMessage()))
+    : d(std::make_shared<ReceivedLaunchPrivate>(LaunchMessage(), nullptr))
 {
 }
 

@@ -3,18 +3,19 @@
 #include "AnswerChannel.h"
 #include "Envelope.h"
 
-#include <optional>
+#include <memory>
 
 namespace HostKit {
 
 /*! What all copies of a received launch share. The application's thread. */
 struct ReceivedLaunchPrivate {
-    explicit ReceivedLaunchPrivate(const LaunchMessage& received);
+    /*! With the \a channel of a launch that waits, or null. */
+    ReceivedLaunchPrivate(const LaunchMessage& received, std::unique_ptr<AnswerChannel> channel);
     ~ReceivedLaunchPrivate();
     Q_DISABLE_COPY_MOVE(ReceivedLaunchPrivate)
 
     const LaunchMessage message;
-    std::optional<AnswerChannel> channel; // of a launch that waits
+    const std::unique_ptr<AnswerChannel> channel;
 };
 
 } // namespace HostKit

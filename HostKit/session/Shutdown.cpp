@@ -25,6 +25,7 @@ void InstanceSessionPrivate::close()
             left = passOn(left);
         if (!left.isEmpty())
             spool(left);
+        channels.clear();
     }
     // Also what launches left for a master, since they waited in vain for this end.
     if (hasSpooledLists())

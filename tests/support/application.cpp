@@ -118,9 +118,14 @@ void show(const QStringList& arguments)
         obey("quit");
 }
 
+/* One that asks for a code gets it after a while; the others wait for a command. */
 void keep(const HostKit::ReceivedLaunch& launch)
 {
-    if (launch.isWaiting())
+    const int code =
+        launch.arguments().value(launch.arguments().size() - 1).section("/code", 1).toInt();
+    if (code > 0)
+        QTimer::singleShot(code, qApp, [launch, code] { launch.answer(code); });
+    else if (launch.isWaiting())
         waiting.push_back(launch);
 }
 

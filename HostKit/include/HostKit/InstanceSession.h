@@ -104,7 +104,7 @@ Q_SIGNALS:
         nobody has received when the application quits goes to another process, which is started
         for it. What a process has not received when it is killed is lost.
 
-        The page "The life of a session" says this in full.
+        The page \ref session (docs/session.md) says this in full.
     */
     void argumentsReceived(const QStringList& arguments);
 

@@ -22,7 +22,9 @@ class HOSTKIT_EXPORT ReceivedLaunch {
 public:
     /*! Constructs a launch without arguments that waits for nothing. */
     ReceivedLaunch();
+    /*! Constructs a copy, which is the same launch. */
     ReceivedLaunch(const ReceivedLaunch& other);
+    /*! Makes this object the launch that \a other is. */
     ReceivedLaunch& operator=(const ReceivedLaunch& other);
 
     /*! The last copy ends the wait of the launch with the exit code 0, if it still waits. */
