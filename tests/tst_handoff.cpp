@@ -83,7 +83,12 @@ private Q_SLOTS:
 
     void abandonsWhatIsNoMessage()
     {
-        auto socket = receive();
+        auto socket = receive(QByteArray(2, '\0')); // nothing comes behind it
+        QTRY_VERIFY(!socket);
+        client.abort();
+        QCOMPARE(ScriptedHost::takeLog(),
+                 QStringList("3 cannot read invalid message, received message size is 0."));
+        socket = receive();
         Q_EMIT socket->readyRead();
         QTRY_VERIFY(!socket);
         client.abort();

@@ -103,8 +103,60 @@ private Q_SLOTS:
         const QDir folder(configDirectory() + "/SingleInstance");
         QCOMPARE(folder.entryList(QDir::Files | QDir::Hidden), QStringList("MasterPort"));
         QVERIFY(QFile::remove(folder.filePath("MasterPort")) && folder.mkdir("MasterPort"));
+        QVERIFY(folder.rmdir("MasterPort"));
+        QCOMPARE(::mkfifo(QFile::encodeName(folder.filePath("MasterPort")), S_IRWXU), 0);
+        QCOMPARE(value(), ""); // nobody writes to the pipe, and nobody waits
+        QVERIFY(QFile::remove(folder.filePath("MasterPort")) && folder.mkdir("MasterPort"));
         setValue("in the place of a folder");
         QCOMPARE(folder.entryList(QDir::Files | QDir::Hidden), QStringList());
+    }
+
+    void logsWhatQtSays()
+    {
+        QStringList lines;
+        setLogSink([&lines](HostKit::LogLevel level, const QString& text) {
+            lines.append(QString::number(int(level)) + ' ' + text);
+        });
+        static int before = 0;
+        const auto usual = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext&, const QString&) { ++before; });
+        catchQtMessages(true);
+        qCritical("c");
+        qWarning("w");
+        qInfo("i"); // below the threshold
+        catchQtMessages(false);
+        qWarning("not ours");
+        qInstallMessageHandler(usual);
+        setLogSink(nullptr);
+        QCOMPARE(lines, QStringList({"4 c", "3 w"}));
+        QCOMPARE(before, 1);
+    }
+
+    void warnsOfOtherWriters_data()
+    {
+        QTest::addColumn<QString>("change"); // by a shell, to the directory $0 in $1
+        QTest::addColumn<bool>("warns");
+        QTest::newRow("ours alone") << "chmod 700 $0" << false;
+        QTest::newRow("open to all") << "chmod 777 $0" << true;
+        QTest::newRow("in one that is open to all") << "chmod 777 $1" << true;
+        QTest::newRow("in a sticky one that is open to all") << "chmod 1777 $1" << false;
+        if (::geteuid() == 0)
+            QTest::newRow("of another user") << "chown nobody $0" << true;
+    }
+
+    void warnsOfOtherWriters()
+    {
+        QFETCH(QString, change);
+        QFETCH(bool, warns);
+        QVERIFY(QDir().mkpath(configDirectory()));
+        output("sh", {"-c", change, configDirectory(), QFileInfo(configDirectory()).path()});
+        static int warnings;
+        warnings = 0;
+        const auto usual = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext&, const QString&) { ++warnings; });
+        warnIfWritableByOthers();
+        qInstallMessageHandler(usual);
+        QCOMPARE(warnings, int(warns));
     }
 
     void dropsLinesThatNobodyReads()

@@ -14,7 +14,8 @@ namespace {
 
 constexpr int reserve = 32; // descriptors that are left to the host
 constexpr int retryInterval = 100; // ms; no kernel tells when a descriptor becomes free
-constexpr int countInterval = 10; // ms; to count takes longer than a hand-off may on some kernels
+constexpr int countInterval = 10; // ms, on older kernels, where a count takes long
+constexpr int cheapCount = 20000; // ns
 
 class AcceptGate : public QObject {
 public:
@@ -70,9 +71,10 @@ bool AcceptGate::isLow()
         --spare;
         return false;
     }
-    const int left = freeFileDescriptors();
     sinceCount.start();
-    spare = (left - reserve) / 2; // the host takes some meanwhile
+    const int left = freeFileDescriptors();
+    const bool isCheap = sinceCount.nsecsElapsed() < cheapCount;
+    spare = isCheap ? 0 : (left - reserve) / 2; // the host takes some meanwhile
     return left >= 0 && left <= reserve;
 }
 
