@@ -1,22 +1,9 @@
 #include <HostKit/Log.h>
 
-#include "PrivateFile.h"
-
 #include <TrvUtilities/Logging.h>
 
-#include <QtCore/QDateTime>
-
-#include <algorithm>
-#include <array>
 #include <atomic>
-#include <cerrno>
-#include <climits>
 #include <memory>
-#include <mutex>
-
-#include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
 
 namespace HostKit {
 
@@ -31,57 +18,6 @@ HostSink& currentSink()
     // Never destroyed: the master's thread may write a line behind the end of main().
     static HostSink* const sink = std::make_unique<HostSink>().release();
     return *sink;
-}
-
-const char* nameOf(LogLevel level)
-{
-    static constexpr std::array names = {"trace", "debug", "info", "warning", "error", "fatal"};
-    const auto index = static_cast<size_t>(level);
-    return index < names.size() ? names[index] : "?";
-}
-
-QString withoutControls(const QString& text)
-{
-    QString clean;
-    for (const uint c : text.toUcs4()) {
-        const QChar::Category category = QChar::category(c);
-        if (category == QChar::Other_Control || category == QChar::Other_Format
-            || category == QChar::Separator_Line || category == QChar::Separator_Paragraph)
-            clean += QStringLiteral("\\x%1").arg(c, 2, 16, QLatin1Char('0'));
-        else
-            clean += QChar::requiresSurrogates(c)
-                ? QString(QChar(QChar::highSurrogate(c))) + QChar(QChar::lowSurrogate(c))
-                : QString(QChar(static_cast<ushort>(c)));
-    }
-    return clean;
-}
-
-/*
- * Returns how many bytes of \a text went to standard error, which may be a pipe that nobody reads:
- * whoever writes to a full one hangs, the master's thread for example. Where a pipe has room at
- * all, it has room for as much as it takes in one piece.
- */
-int writeAtOnce(const QByteArray& text)
-{
-    // A terminal takes less than it is given, and then waits: so by a file of our own, which does
-    // not, or, where that may not be opened, a byte at a time, which fits where there is any room.
-    const bool isTerminal = ::isatty(STDERR_FILENO) != 0;
-    constexpr int flags = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const UniqueFd own(isTerminal ? ::open("/proc/self/fd/2", flags) : -1);
-    const int standardError = own.isValid() ? own.get() : STDERR_FILENO;
-    const size_t maxSize = isTerminal && !own.isValid() ? 1 : PIPE_BUF;
-    int written = 0;
-    while (written < text.size()) {
-        pollfd file = {standardError, POLLOUT, 0};
-        if (::poll(&file, 1, 0) != 1 || file.revents != POLLOUT)
-            break;
-        const auto size = std::min(static_cast<size_t>(text.size() - written), maxSize);
-        const ssize_t put = ::write(standardError, text.constData() + written, size);
-        if (put < 0 && errno != EINTR)
-            break;
-        written += static_cast<int>(std::max<ssize_t>(put, 0));
-    }
-    return written;
 }
 
 } // namespace
@@ -99,26 +35,6 @@ void setLogSink(const LogSink& sink)
             sink(static_cast<LogLevel>(level), QString::fromStdWString(text));
         };
     }
-}
-
-void writeToStandardError(LogLevel level, const QString& text)
-{
-    static std::mutex mutex; // or two threads would see the same room
-    static int dropped = 0;
-    static bool isCut = false; // the last line, in the middle
-    const std::lock_guard<std::mutex> lock(mutex);
-    const QString time =
-        QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
-    const QString gap = dropped > 0
-        ? QStringLiteral("(%1 lines before this were dropped) ").arg(dropped)
-        : QString();
-    const QByteArray line = QStringLiteral("%1%2 %3: %4%5\n")
-                                .arg(QLatin1String(isCut ? "\n" : ""), time,
-                                     QLatin1String(nameOf(level)), gap, withoutControls(text))
-                                .toUtf8();
-    const int written = writeAtOnce(line);
-    dropped = written == line.size() ? 0 : dropped + 1;
-    isCut = written == line.size() ? false : isCut || written > 0;
 }
 
 } // namespace HostKit
