@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 namespace SingleInstance {
 
 /*!
@@ -9,5 +11,8 @@ namespace SingleInstance {
     may open some in the same moment. Any thread.
 */
 int freeFileDescriptors();
+
+/*! Closes \a socket, which belongs to no object any more. Any thread. */
+void closeSocket(std::intptr_t socket);
 
 } // namespace SingleInstance

@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace SingleInstance {
 
@@ -37,6 +38,11 @@ int freeFileDescriptors()
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
         return -1;
     return std::max(0, static_cast<int>(limit.rlim_cur) - countOpenFiles());
+}
+
+void closeSocket(std::intptr_t socket)
+{
+    ::close(static_cast<int>(socket));
 }
 
 } // namespace SingleInstance

@@ -1,11 +1,13 @@
 #include "ServerThread.h"
 
 #include "AcceptGate.h"
+#include "FileDescriptors.h"
 #include "LogBridge.h"
 #include "Receiver.h"
 #include "SettingsSlot.h"
 #include "Termination.h"
 
+#include <QtCore/QScopeGuard>
 #include <QtNetwork/QHostAddress>
 #include <QtNetwork/QTcpServer>
 
@@ -67,6 +69,7 @@ public:
         , messageCallback(std::move(received))
     {
     }
+    ~ServerThread() override;
 
 private:
     static MessageCallback terminable(MessageCallback callback);
@@ -75,7 +78,15 @@ private:
 
     std::function<void(bool)> startedCallback;
     std::function<void(const QStringList&)> messageCallback;
+    qintptr leftListening = -1; // by a thread that was terminated
 };
+
+/* Launches would go on to connect, with nobody who ever reads. */
+ServerThread::~ServerThread()
+{
+    if (leftListening != -1)
+        closeSocket(leftListening);
+}
 
 /* The host's slots may hang. */
 MessageCallback ServerThread::terminable(MessageCallback callback)
@@ -100,7 +111,10 @@ void ServerThread::run()
         [server = &server, sharedCallback] { serve(*server, sharedCallback); },
         Qt::DirectConnection);
 
+    // Where a terminated thread unwinds its stack, the server closes the socket.
+    const auto closed = qScopeGuard([this] { leftListening = -1; });
     const bool ok = listenOnLoopback(server) && claimSlot(portBefore, server.serverPort());
+    leftListening = server.socketDescriptor();
     if (ok)
         keepDescriptorsFree(server);
     report(ok);
