@@ -84,4 +84,5 @@ has_window_manager() {
         qtwayland5 qt6-wayland'
     test_packages='ccache desktop-file-utils python3-minimal iproute2
         qtdeclarative5-dev qml-module-qtquick2 qml-module-qtquick-window2'
+    windows_packages='g++-mingw-w64-x86-64-posix wine wine64 xvfb dpkg-dev'
 }
