@@ -32,13 +32,7 @@
 /*! \cond */
 #if defined(SINGLEINSTANCE_STATIC_DEFINE)
 #define SINGLEINSTANCE_EXPORT
-#elif defined(_WIN32)
-#if defined(SINGLEINSTANCE_LIBRARY)
-#define SINGLEINSTANCE_EXPORT __declspec(dllexport)
-#else
-#define SINGLEINSTANCE_EXPORT __declspec(dllimport)
-#endif
-#else
+#elif !defined(SINGLEINSTANCE_EXPORT) /* for a DLL it comes from the build */
 #define SINGLEINSTANCE_EXPORT __attribute__((visibility("default")))
 #endif
 /*! \endcond */

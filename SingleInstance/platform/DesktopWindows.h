@@ -7,6 +7,12 @@
 
 #ifdef _WIN32
 
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN // no sockets of another version
+#endif
 #include <windows.h>
 
 #else

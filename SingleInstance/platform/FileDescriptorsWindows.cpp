@@ -1,0 +1,18 @@
+#include "FileDescriptors.h"
+
+#include <winsock2.h>
+
+namespace SingleInstance {
+
+/* Files and connections are handles, which run out with the memory of the system. */
+int freeFileDescriptors()
+{
+    return -1;
+}
+
+void closeSocket(std::intptr_t socket)
+{
+    ::closesocket(static_cast<SOCKET>(socket));
+}
+
+} // namespace SingleInstance
