@@ -7,6 +7,7 @@
 #include "ScriptedHost.h"
 #include "SettingsSlot.h"
 #include "SingleInstanceController.h"
+#include "System.h"
 #include "Table.h"
 
 #include <QtNetwork/QTcpServer>
@@ -14,31 +15,18 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <ctime>
+#include <cstdlib>
 #include <future>
 #include <memory>
-#include <mutex>
-#include <set>
 #include <vector>
 
-#include <fcntl.h>
-#include <malloc.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace SingleInstance;
 
 namespace {
-
-std::set<int> refusedFamilies; // by bind(), as on a machine that lacks them
-std::mutex accepting;
-std::atomic<bool> acceptFails = false;
 
 constexpr DWORD gone = 0; // the owner of a window that is no more
 std::vector<DWORD> windowOwners; // of each window, topmost first
@@ -58,14 +46,15 @@ DWORD GetCurrentThreadId()
 
 HDESK GetThreadDesktop(DWORD threadId)
 {
-    return threadId == GetCurrentThreadId() ? &windowOwners : nullptr;
+    return threadId == GetCurrentThreadId() ? reinterpret_cast<HDESK>(&windowOwners) : nullptr;
 }
 
 BOOL EnumDesktopWindows(HDESK desktop, WNDENUMPROC callback, LPARAM context)
 {
-    for (HWND window = 0; desktop == &windowOwners && window < windowOwners.size(); ++window) {
-        ScriptedHost::state()->log += QString("window %1 visited").arg(window);
-        if (!callback(window, context))
+    const bool isOurs = desktop == reinterpret_cast<HDESK>(&windowOwners);
+    for (size_t i = 0; isOurs && i < windowOwners.size(); ++i) {
+        ScriptedHost::state()->log += QString("window %1 visited").arg(i);
+        if (!callback(reinterpret_cast<HWND>(i), context))
             break;
     }
     return FALSE;
@@ -73,33 +62,17 @@ BOOL EnumDesktopWindows(HDESK desktop, WNDENUMPROC callback, LPARAM context)
 
 DWORD GetWindowThreadProcessId(HWND window, DWORD* processId)
 {
-    if (windowOwners[window] != gone)
-        *processId = windowOwners[window];
+    const DWORD owner = windowOwners[reinterpret_cast<size_t>(window)];
+    if (owner != gone)
+        *processId = owner;
     return 0;
 }
 
 BOOL SetForegroundWindow(HWND window)
 {
-    ScriptedHost::state()->log += QString("window %1 activated").arg(window);
+    ScriptedHost::state()->log +=
+        QString("window %1 activated").arg(reinterpret_cast<size_t>(window));
     return FALSE; // nobody looks at it
-}
-
-/* These take the place of the C library's, for Qt as well. */
-extern "C" __attribute__((visibility("default"))) int accept4(int socket, sockaddr* address,
-                                                              socklen_t* length, int flags)
-{
-    const std::lock_guard<std::mutex> lock(accepting);
-    errno = EMFILE;
-    return acceptFails ? -1 : int(::syscall(SYS_accept4, socket, address, length, flags));
-}
-
-extern "C" __attribute__((visibility("default"))) int bind(int socket, const sockaddr* address,
-                                                           socklen_t length) noexcept
-{
-    errno = EADDRNOTAVAIL;
-    return refusedFamilies.count(address->sa_family) > 0
-        ? -1
-        : static_cast<int>(::syscall(SYS_bind, socket, address, length));
 }
 
 namespace {
@@ -129,10 +102,10 @@ struct Master : Application {
     /* Whether nothing arrives for a while, for which hardly any time is spent. */
     bool rests(int milliseconds) const
     {
-        const std::clock_t before = std::clock();
+        const auto before = processorTime();
         const auto receives = [this] { return !controller->peekMessages().isEmpty(); };
         return !QTest::qWaitFor(receives, milliseconds)
-            && std::clock() - before < milliseconds * (CLOCKS_PER_SEC / 2000);
+            && processorTime() - before < std::chrono::milliseconds(milliseconds) / 2;
     }
 };
 
@@ -148,16 +121,10 @@ bool reaches(SingleInstanceController* controller, const QString& name)
         && QTest::qWaitFor([&] { return controller->takeMessages().contains({name}); });
 }
 
-int openFiles()
+/* The descriptor of a socket or server, in the type that the system gives it. */
+template <typename Socket> auto descriptorOf(const Socket& socket)
 {
-    return int(QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size());
-}
-
-/* Sets the soft limit of open files. */
-void limitFiles(int count)
-{
-    const rlimit limit = {rlim_t(count), 2200};
-    ::setrlimit(RLIMIT_NOFILE, &limit);
+    return static_cast<decltype(::socket(0, 0, 0))>(socket.socketDescriptor());
 }
 
 /* Connects all to the master, and has each send \a bytes; in step with \a controller, if given. */
@@ -172,7 +139,8 @@ void connectAll(SingleInstanceController* controller, std::vector<QTcpSocket>& c
                              readMasterPort());
         if (!client.waitForConnected())
             qFatal("no connection");
-        ::setsockopt(int(client.socketDescriptor()), SOL_SOCKET, SO_LINGER, &end, sizeof end);
+        ::setsockopt(descriptorOf(client), SOL_SOCKET, SO_LINGER,
+                     reinterpret_cast<const char*>(&end), sizeof end);
         client.write(bytes);
         client.waitForBytesWritten();
         if (controller && ++connected % 25 == 0 && !reaches(controller, "paced"))
@@ -287,26 +255,24 @@ private Q_SLOTS:
     {
         QFETCH(int, size);
         static QtMessageHandler usual = nullptr;
-        const pid_t child = ::fork();
-        if (child == 0) {
+        if (!isLinux)
+            QSKIP("there is no child process with the same memory");
+        const int code = exitCodeOfChild([size] {
             usual = qInstallMessageHandler(nullptr);
             qInstallMessageHandler(usual);
             HostKit::catchQtMessages(true);
-            ::signal(SIGABRT, [](int) {
+            std::signal(SIGABRT, [](int) {
                 const QByteArray message = "5 " + QByteArray(QTest::currentDataTag());
                 const bool isRight = qInstallMessageHandler(nullptr) == usual
                     && ScriptedHost::takeLog().last() == QString(message);
-                ::_exit(isRight ? 0 : 1);
+                std::_Exit(isRight ? 0 : 1);
             });
             if (size < 0)
                 receiveMessage(nullptr, nullptr, nullptr);
             else
                 sendToMaster(QByteArray(size, 'x'));
-            ::_exit(2);
-        }
-        int status = -1;
-        QCOMPARE(::waitpid(child, &status, 0), child);
-        QCOMPARE(status, 0);
+        });
+        QCOMPARE(code, 0);
     }
 
     void startsOnceInAProcess()
@@ -330,6 +296,8 @@ private Q_SLOTS:
 
     void startsWithoutIPv6()
     {
+        if (!isLinux)
+            QSKIP("no function takes the place of bind()");
         const Application application;
         for (const int family : {AF_INET6, AF_INET}) {
             refusedFamilies.insert(family);
@@ -390,11 +358,13 @@ private Q_SLOTS:
 
     void waitsForAConnection()
     {
+        if (!isLinux)
+            QSKIP("a queue that is full refuses there");
         const Application application;
         QTcpServer full; // its queue has place for one
         QVERIFY(full.listen(QHostAddress::LocalHost));
         full.pauseAccepting();
-        ::listen(int(full.socketDescriptor()), 0);
+        ::listen(descriptorOf(full), 0);
         QTcpSocket first;
         first.connectToHost(full.serverAddress(), full.serverPort());
         QVERIFY(first.waitForConnected());
@@ -448,7 +418,7 @@ private Q_SLOTS:
         const Master master;
         for (int round = 0; round < count; ++round) {
             QVERIFY(reaches(master.controller, "before"));
-            const size_t memory = ::mallinfo2().uordblks;
+            const size_t memory = usedMemory();
             const int files = openFiles();
             std::vector<QTcpSocket> clients(1000);
             connectAll(master.controller, clients, sent, reset);
@@ -457,7 +427,7 @@ private Q_SLOTS:
             clients = std::vector<QTcpSocket>();
             QTRY_COMPARE(openFiles(), files);
             QVERIFY(reaches(master.controller, "after"));
-            QVERIFY(::mallinfo2().uordblks < memory + (1 << 20));
+            QVERIFY(usedMemory() < memory + (1 << 20));
         }
         qInfo("1,000 connections %s: %d rounds, recovered each time", QTest::currentDataTag(),
               count);
@@ -465,19 +435,20 @@ private Q_SLOTS:
 
     void starvesQuietly()
     {
+        if (!isLinux)
+            QSKIP("there is no limit of open files");
         const Master master;
         const int limit = openFiles() + 100;
         limitFiles(limit);
         const auto restore = qScopeGuard([] { limitFiles(2200); });
         for (const auto& [idle, held] : {std::pair(0U, 0), std::pair(48U, 0), std::pair(24U, 40)}) {
-            std::vector<int> high; // that the host holds: the numbers below are free
-            for (int i = 0; i < held; ++i)
-                high.push_back(::fcntl(0, F_DUPFD, limit - held));
+            std::vector<int> high = // that the host holds: the numbers below are free
+                openDescriptors(limit - held, held);
             const auto closeHigh =
                 qScopeGuard([&high] { std::for_each(high.begin(), high.end(), ::close); });
             std::vector<QTcpSocket> clients(idle);
             {
-                const std::lock_guard<std::mutex> lock(accepting);
+                const HeldAccepting noneYet;
                 connectAll(nullptr, clients, {}); // which are accepted in a row, then
                 QThread::msleep(20); // a count may be as old as 10 ms
             }
@@ -506,11 +477,13 @@ private Q_SLOTS:
     /* As when another thread takes the last descriptor at that moment. */
     void acceptsAfterAFailure()
     {
+        if (!isLinux)
+            QSKIP("no function takes the place of accept()");
         const Master master;
-        acceptFails = true;
+        failAccepting(true);
         QVERIFY(handOver({"x"}));
         QVERIFY(master.rests(200));
-        acceptFails = false;
+        failAccepting(false);
         QTRY_COMPARE(master.controller->peekMessages().size(), 1);
     }
 
