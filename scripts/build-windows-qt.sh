@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 . scripts/setup.sh
 
 # shellcheck disable=SC2086
-require_packages $build_packages $windows_packages
+require_packages $build_packages $windows_packages >&2
 recipe=1 # to be raised with each change of what is built
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/SingleInstance
 mkdir -p "$cache"

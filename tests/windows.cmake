@@ -15,3 +15,21 @@ add_qt_test(tst_controller TIMEOUT 120
     LIBRARIES SingleInstanceDesktopModules SingleInstanceScriptedHost ws2_32)
 target_sources(SingleInstance_tst_controller PRIVATE support/System.h support/SystemWindows.cpp
     "${PROJECT_SOURCE_DIR}/SingleInstance/platform/FileDescriptorsWindows.cpp")
+
+# A host in a library of its own, as a DLL is linked to one.
+add_library(SingleInstance_windows_host support/HostWindows.cpp
+    ../HostKit/host/Invokator.cpp ../HostKit/host/Log.cpp ../HostKit/host/ObjectsPool.cpp
+    ../HostKit/host/Logger.cpp)
+target_compile_definitions(SingleInstance_windows_host PUBLIC HOSTKIT_STATIC_DEFINE)
+target_include_directories(SingleInstance_windows_host PRIVATE
+    ../HostKit/include "${PROJECT_BINARY_DIR}/HostKit/include")
+target_link_libraries(SingleInstance_windows_host
+    PUBLIC SingleInstanceHostInterface PRIVATE SingleInstanceBuildFlags)
+add_qt_test(tst_windows TIMEOUT 120
+    LIBRARIES SingleInstance::SingleInstance SingleInstance_windows_host)
+
+if(BUILD_SHARED_LIBS)
+    add_test(NAME exports_SingleInstance COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/exports.sh"
+        $<TARGET_FILE:SingleInstance::SingleInstance>
+        "${CMAKE_CURRENT_SOURCE_DIR}/exports-SingleInstance.txt")
+endif()
