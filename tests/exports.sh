@@ -6,7 +6,8 @@ exported=$(mktemp)
 trap 'rm -f "$exported"' EXIT
 case $1 in
 *.dll)
-    x86_64-w64-mingw32-objdump -p "$1" | sed -n '/^\[Ordinal.Name Pointer\]/,/^$/s/^\t\[ *[0-9]*\] //p' | c++filt
+    x86_64-w64-mingw32-objdump -p "$1" |
+        sed -n '/^\[Ordinal.Name Pointer\]/,/^$/s/^\t\[ *[0-9]*\] //p' | c++filt
     ;;
 *)
     nm -DC --defined-only "$1" | cut -d' ' -f3-

@@ -297,7 +297,7 @@ private Q_SLOTS:
     void startsWithoutIPv6()
     {
         if (!isLinux)
-            QSKIP("no function takes the place of bind()");
+            QSKIP("no function takes the place of bind()", 0);
         const Application application;
         for (const int family : {AF_INET6, AF_INET}) {
             refusedFamilies.insert(family);
@@ -359,7 +359,7 @@ private Q_SLOTS:
     void waitsForAConnection()
     {
         if (!isLinux)
-            QSKIP("a queue that is full refuses there");
+            QSKIP("a queue that is full refuses there", 0);
         const Application application;
         QTcpServer full; // its queue has place for one
         QVERIFY(full.listen(QHostAddress::LocalHost));
@@ -436,7 +436,7 @@ private Q_SLOTS:
     void starvesQuietly()
     {
         if (!isLinux)
-            QSKIP("there is no limit of open files");
+            QSKIP("there is no limit of open files", 0);
         const Master master;
         const int limit = openFiles() + 100;
         limitFiles(limit);
@@ -478,7 +478,7 @@ private Q_SLOTS:
     void acceptsAfterAFailure()
     {
         if (!isLinux)
-            QSKIP("no function takes the place of accept()");
+            QSKIP("no function takes the place of accept()", 0);
         const Master master;
         failAccepting(true);
         QVERIFY(handOver({"x"}));

@@ -210,7 +210,7 @@ private Q_SLOTS:
     }
 
 private:
-    QSettings settings {qEnvironmentVariable("TEST_REGISTRY"), QSettings::NativeFormat};
+    QSettings settings{qEnvironmentVariable("TEST_REGISTRY"), QSettings::NativeFormat};
 };
 
 int main(int argc, char* argv[])
