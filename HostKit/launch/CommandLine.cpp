@@ -11,18 +11,19 @@ CommandLine::CommandLine(int argc, char** argv)
     pointers.push_back(nullptr);
 }
 
-void CommandLine::replace(size_t position, const QByteArray& text)
-{
-    arguments[position] = text;
-    pointers[position] = arguments[position].data();
-}
-
-QStringList decoded(const std::vector<QByteArray>& arguments)
+QStringList CommandLine::decoded() const
 {
     QStringList texts;
     for (const QByteArray& argument : arguments)
         texts.append(QString::fromLocal8Bit(argument));
     return texts;
+}
+
+void CommandLine::replace(int position, const QString& text)
+{
+    QByteArray& argument = arguments[static_cast<size_t>(position)];
+    argument = text.toLocal8Bit();
+    pointers[static_cast<size_t>(position)] = argument.data();
 }
 
 } // namespace HostKit

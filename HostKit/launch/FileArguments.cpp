@@ -1,15 +1,12 @@
 #include "FileArguments.h"
 
-#include "CommandLine.h"
-
 #include <QtCore/QCommandLineParser>
 
 #include <algorithm>
 
 /*
- * A parser tells the values that it found, and not where it found them. So it parses a copy of the
- * command line first, in which each text that may be a file name is replaced by a mark with its
- * position.
+ * A parser tells which values it found, but not where. So it parses a copy of the command line in
+ * which a mark replaces each text that may be a file name. The mark holds the position.
  */
 
 namespace HostKit {
@@ -18,20 +15,18 @@ namespace {
 
 constexpr QChar markSign(u'\1');
 
-QString mark(size_t position, int begin)
+QString mark(int position, int begin)
 {
     return QStringLiteral("%1%2:%3").arg(markSign).arg(position).arg(begin);
 }
 
-bool isMark(const QString& text)
+void addMarked(std::vector<FileArgument>& all, const QStringList& found)
 {
-    return text.startsWith(markSign);
-}
-
-FileArgument unmarked(const QString& text)
-{
-    const QStringList numbers = text.mid(1).split(QLatin1Char(':'));
-    return {static_cast<size_t>(numbers.value(0).toULongLong()), numbers.value(1).toInt()};
+    for (const QString& text : found) {
+        if (text.startsWith(markSign))
+            all.push_back({text.mid(1).section(QLatin1Char(':'), 0, 0).toInt(),
+                           text.section(QLatin1Char(':'), 1).toInt()});
+    }
 }
 
 QStringList fileOptions(const OptionRoles& roles)
@@ -44,103 +39,72 @@ QStringList fileOptions(const OptionRoles& roles)
     return names;
 }
 
-/* Whether the option of one \a letter is one of \a fileOptions: they may have been told otherwise. */
-bool isFileOption(QCommandLineParser& parser, const QByteArray& letter,
-                  const QStringList& fileOptions)
+/* Returns whether the option of one \a letter is among \a options, perhaps by another name. */
+bool isAmong(const QStringList& options, QChar letter, QCommandLineParser& parser)
 {
-    parser.parse({QString(), QLatin1Char('-') + QString::fromLatin1(letter), markSign});
-    return std::any_of(fileOptions.begin(), fileOptions.end(), [&parser](const QString& name) {
+    parser.parse({QString(), QLatin1Char('-') + QString(letter), markSign});
+    return std::any_of(options.begin(), options.end(), [&parser](const QString& name) {
         return parser.values(name).contains(markSign);
     });
 }
 
 /* Returns where the value in an option such as --file=name or -fname begins, or 0. */
-int valueIn(const QByteArray& option, QCommandLineParser& parser, const QStringList& fileOptions)
+int valueIn(const QString& option, QCommandLineParser& parser, const QStringList& options)
 {
-    const bool isShort = !option.startsWith("--") && option.size() > 2;
-    if (isShort && isFileOption(parser, option.mid(1, 1), fileOptions))
-        return option.at(2) == '=' ? 3 : 2;
-    return static_cast<int>(option.indexOf('=')) + 1;
+    const bool isShort = !option.startsWith(QLatin1String("--")) && option.size() > 2;
+    if (isShort && isAmong(options, option.at(1), parser))
+        return option.at(2) == QLatin1Char('=') ? 3 : 2;
+    return static_cast<int>(option.indexOf(QLatin1Char('='))) + 1;
 }
 
-QStringList marked(const std::vector<QByteArray>& arguments, QCommandLineParser& parser,
-                   const QStringList& fileOptions)
+/* Returns the position of the "--" that ends the options, and that is not the value of one. */
+int endOfOptions(const QStringList& arguments, QCommandLineParser& parser)
 {
-    QStringList texts = decoded(arguments);
-    for (size_t i = 1; i < arguments.size(); ++i) {
-        const bool isOption = arguments[i].startsWith('-') && arguments[i].size() > 1;
-        const int begin = isOption ? valueIn(arguments[i], parser, fileOptions) : 0;
+    auto end = arguments.indexOf(QLatin1String("--"));
+    while (end > 0 && !parser.parse(arguments.mid(0, end))) // a value is missing there
+        end = arguments.indexOf(QLatin1String("--"), end + 1);
+    return static_cast<int>(end < 0 ? arguments.size() : end);
+}
+
+QStringList marked(const QStringList& arguments, QCommandLineParser& parser,
+                   const QStringList& options)
+{
+    const int end = endOfOptions(arguments, parser);
+    QStringList texts = arguments;
+    for (int i = 1; i < texts.size(); ++i) {
+        const QString& text = arguments.at(i);
+        const bool isOption = i <= end && text.startsWith(QLatin1Char('-')) && text.size() > 1;
+        const int begin = isOption ? valueIn(text, parser, options) : 0;
         if (!isOption || begin > 0)
-            texts[int(i)] = QString::fromLocal8Bit(arguments[i].left(begin)) + mark(i, begin);
+            texts[i] = text.left(begin) + mark(i, begin);
     }
     return texts;
 }
 
-/*
- * Returns the position of the "--" that ends the options, or the number of arguments: one before it
- * may be an option's value. All behind it are positional arguments, of which there are \a count.
- */
-size_t endOfOptions(const std::vector<QByteArray>& arguments,
-                    const std::vector<FileArgument>& positionals, int count)
-{
-    for (size_t i = 1; i < arguments.size(); ++i) {
-        const auto before =
-            std::count_if(positionals.begin(), positionals.end(),
-                          [i](const FileArgument& each) { return each.position < i; });
-        if (arguments[i] == "--"
-            && static_cast<size_t>(before) + arguments.size() - 1 - i == static_cast<size_t>(count))
-            return i;
-    }
-    return arguments.size();
-}
-
-std::vector<FileArgument> positionalArguments(const std::vector<QByteArray>& arguments,
-                                              const QStringList& found)
-{
-    std::vector<FileArgument> all;
-    for (const QString& text : found) {
-        if (isMark(text))
-            all.push_back(unmarked(text));
-    }
-    const size_t end = endOfOptions(arguments, all, static_cast<int>(found.size()));
-    all.erase(std::remove_if(all.begin(), all.end(),
-                             [end](const FileArgument& each) { return each.position > end; }),
-              all.end());
-    for (size_t i = end + 1; i < arguments.size(); ++i)
-        all.push_back({i, 0});
-    return all;
-}
-
 } // namespace
 
-std::vector<FileArgument> fileArguments(const std::vector<QByteArray>& arguments)
+std::vector<FileArgument> fileArguments(const QStringList& arguments)
 {
     std::vector<FileArgument> all;
     bool endsOptions = false;
-    for (size_t i = 1; i < arguments.size(); ++i) {
-        if (endsOptions || !arguments[i].startsWith('-'))
+    for (int i = 1; i < arguments.size(); ++i) {
+        if (endsOptions || !arguments.at(i).startsWith(QLatin1Char('-')))
             all.push_back({i, 0});
-        endsOptions = endsOptions || arguments[i] == "--";
+        endsOptions = endsOptions || arguments.at(i) == QLatin1String("--");
     }
     return all;
 }
 
-std::vector<FileArgument> fileArguments(const std::vector<QByteArray>& arguments,
-                                        QCommandLineParser& parser, const OptionRoles& roles,
-                                        Positionals positionals)
+std::vector<FileArgument> fileArguments(const QStringList& arguments, QCommandLineParser& parser,
+                                        const OptionRoles& roles, Positionals positionals)
 {
     const QStringList options = fileOptions(roles);
-    parser.parse(
-        marked(arguments, parser, options)); // the caller tells its mistakes by a parse of its own
+    parser.parse(marked(arguments, parser, options));
     std::vector<FileArgument> all;
     if (positionals == Positionals::FileNames)
-        all = positionalArguments(arguments, parser.positionalArguments());
-    for (const QString& option : options) {
-        for (const QString& value : parser.values(option)) {
-            if (isMark(value))
-                all.push_back(unmarked(value));
-        }
-    }
+        addMarked(all, parser.positionalArguments());
+    for (const QString& option : options)
+        addMarked(all, parser.values(option));
     return all;
 }
 

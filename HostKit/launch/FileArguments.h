@@ -2,7 +2,7 @@
 
 #include <HostKit/Launch.h>
 
-#include <QtCore/QByteArray>
+#include <QtCore/QStringList>
 
 #include <vector>
 
@@ -10,25 +10,24 @@ class QCommandLineParser;
 
 namespace HostKit {
 
-/*! Where a file name stands on a command line. */
+/*! Where a file name is on a command line. */
 struct FileArgument {
-    size_t position; // of the argument
-    int begin; // of the name in it, in bytes
+    int position; // of the argument
+    int begin; // of the name in it
 };
 
 /*!
     Returns the file names among \a arguments, of which the first is the program: all that do not
-    begin with "-", and all behind "--". Any thread.
+    begin with "-", and all after "--". Any thread.
 */
-std::vector<FileArgument> fileArguments(const std::vector<QByteArray>& arguments);
+std::vector<FileArgument> fileArguments(const QStringList& arguments);
 
 /*!
-    Returns the file names among \a arguments as \a parser tells them: the positional arguments, if
-    \a positionals says so, and the values of the options that \a roles calls file names. Leaves
-    the parser with the result of another parse.
+    Returns the file names among \a arguments as \a parser finds them: the positional arguments, if
+    \a positionals says so, and the values of the options that \a roles calls file names. \a parser
+    must accept the arguments. It holds the result of another parse afterwards.
 */
-std::vector<FileArgument> fileArguments(const std::vector<QByteArray>& arguments,
-                                        QCommandLineParser& parser, const OptionRoles& roles,
-                                        Positionals positionals);
+std::vector<FileArgument> fileArguments(const QStringList& arguments, QCommandLineParser& parser,
+                                        const OptionRoles& roles, Positionals positionals);
 
 } // namespace HostKit

@@ -1,22 +1,19 @@
 #pragma once
 
-#include <QtCore/QByteArray>
+#include <QtCore/QString>
 
 namespace HostKit {
 
-/*! Returns the working folder with a slash behind it, or nothing if it was removed. Any thread. */
-QByteArray workingFolder();
-
-/*! Returns whether \a argument names a file in the working folder. Any thread. */
-bool isRelativeFileName(const QByteArray& argument);
+/*! Returns the working folder with a slash at its end, or nothing if it was removed. Any thread. */
+QString workingFolder();
 
 /*!
-    Returns the absolute path of the file that \a argument names in \a folder.
+    Returns the absolute path of the file that \a name names in \a folder, or nothing if it is
+    relative and \a folder is empty.
 
-    A file URL becomes its path. An absolute path, an empty text, and a URI of another scheme where
-    no file has that name, stay as they are. Works on bytes, since the application object decides
-    later how they are decoded. Any thread; looks at the disk only for what could be a URI.
+    A file URL becomes its path. An absolute path stays as it is, and so does a URI of another
+    scheme if no file has that name. Any thread; looks at the disk only for what could be a URI.
 */
-QByteArray absoluteFileName(const QByteArray& argument, const QByteArray& folder);
+QString absoluteFileName(const QString& name, const QString& folder);
 
 } // namespace HostKit

@@ -12,9 +12,10 @@
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
-#include <QtCore/QFile>
+#include <QtCore/QDir>
 
 #include <algorithm>
+#include <array>
 #include <clocale>
 #include <cstdio>
 
@@ -22,16 +23,21 @@ namespace HostKit {
 
 LaunchPrivate* LaunchPrivate::current = nullptr;
 
+LaunchMessage thisLaunch()
+{
+    LaunchMessage message;
+    message.id = newLaunchId();
+    message.activationToken = ownActivationToken();
+    message.workingFolder = QDir::cleanPath(workingFolder());
+    return message;
+}
+
 LaunchPrivate::LaunchPrivate(int argc, char** argv)
     : line(argc, argv)
     , startupId(qgetenv("DESKTOP_STARTUP_ID"))
 {
     std::setlocale(LC_ALL, ""); // as the application object does: it tells how names are decoded
-    message.id = newLaunchId();
-    message.activationToken = ownActivationToken();
-    message.workingFolder = QFile::decodeName(workingFolder());
-    if (message.workingFolder.size() > 1)
-        message.workingFolder.chop(1); // the slash
+    message = thisLaunch();
 }
 
 LaunchPrivate::~LaunchPrivate()
@@ -41,7 +47,7 @@ LaunchPrivate::~LaunchPrivate()
     if (current == this)
         current = nullptr;
     // The application ended before its session. What launches left for it is for another process.
-    if (isUnused && hasSpooledLists())
+    if (isUnused && hasSpooled())
         startSuccessor(defaultRestartCommand());
 }
 
@@ -58,48 +64,14 @@ struct Application {
             return each.second == role && parser->isSet(each.first);
         });
     }
-};
-
-int fail(const QString& text)
-{
-    std::fputs(qPrintable(text + QLatin1Char('\n')), stderr);
-    return 1;
-}
-
-/* Returns the arguments without Qt's own. */
-std::vector<QByteArray> ownArguments(const CommandLine& line)
-{
-    std::vector<QByteArray> own;
-    for (const size_t position : positionsWithoutQtOptions(line.texts()))
-        own.push_back(line.texts()[position]);
-    return own;
-}
-
-/* Makes all file names absolute. Returns false, with a message, if the working folder is gone. */
-bool completeFileNames(LaunchPrivate& launch, const Application& application)
-{
-    const std::vector<size_t> positions = positionsWithoutQtOptions(launch.line.texts());
-    const std::vector<QByteArray> own = ownArguments(launch.line);
-    const auto files = application.parser
-        ? fileArguments(own, *application.parser, application.roles, application.positionals)
-        : fileArguments(own);
-    const QByteArray folder = workingFolder();
-    for (const FileArgument& file : files) {
-        const QByteArray name = own[file.position].mid(file.begin);
-        const QByteArray absolute = name == "-" ? name : absoluteFileName(name, folder);
-        if (folder.isEmpty() && name != "-" && isRelativeFileName(name)) {
-            launch.exitCode =
-                fail(QCoreApplication::translate(
-                         "HostKit::Launch",
-                         "The working folder was removed, so that “%1” names no file.")
-                         .arg(QString::fromLocal8Bit(name)));
+    bool hasOption(const QString& name) const
+    {
+        if (!parser)
             return false;
-        }
-        launch.line.replace(positions[file.position],
-                            own[file.position].left(file.begin) + absolute);
+        parser->parse({QString(), QStringLiteral("--") + name});
+        return !parser->unknownOptionNames().contains(name);
     }
-    return true;
-}
+};
 
 /* An application object for a while. It gets copies, since it removes some arguments. */
 struct TemporaryApplication {
@@ -114,73 +86,97 @@ struct TemporaryApplication {
     const QCoreApplication application;
 };
 
-/* Whether \a found has the parser's own version option: -v alone may be anything. */
-bool wantsVersion(QCommandLineParser& parser, const QStringList& found)
+/* Ends the process if the user asks for help or the version, or made a mistake. */
+void answerUser(QCommandLineParser& parser, const QStringList& arguments, const CommandLine& line)
 {
-    const QString name = QStringLiteral("version");
-    const bool isFound = found.contains(name) || found.contains(QLatin1String("v"));
-    return isFound && parser.parse({QString(), QStringLiteral("--version")})
-        && parser.parse({QString(), QStringLiteral("-v")}) && parser.isSet(name);
-}
-
-/* Whether \a found has the parser's own help option, which always comes with --help-all. */
-bool wantsHelp(QCommandLineParser& parser, const QStringList& found)
-{
-    const bool isFound = std::any_of(found.begin(), found.end(), [](const QString& name) {
-        return name == QLatin1String("h") || name == QLatin1String("help")
-            || name == QLatin1String("help-all");
-    });
-    return isFound && parser.parse({QString(), QStringLiteral("--help-all")});
-}
-
-/* Prints what QCommandLineParser::process() would. Returns the exit code if the launch is done. */
-std::optional<int> answerUser(QCommandLineParser& parser, const CommandLine& line)
-{
-    const QStringList arguments = decoded(ownArguments(line));
-    if (!parser.parse(arguments))
-        return fail(parser.errorText());
+    static constexpr std::array questions = {"h", "?", "help", "help-all", "v", "version"};
+    const bool isMistake = !parser.parse(arguments);
     const QStringList found = parser.optionNames();
-    const bool isVersion = wantsVersion(parser, found);
-    const bool isHelp = wantsHelp(parser, found);
-    parser.parse(arguments);
-    if (isVersion)
-        std::printf("%s %s\n", qPrintable(QCoreApplication::applicationName()),
-                    qPrintable(QCoreApplication::applicationVersion()));
-    else if (isHelp) {
-        const TemporaryApplication application(line); // helpText() crashes without one
-        std::fputs(qPrintable(parser.helpText()), stdout);
-    }
-    return isVersion || isHelp ? std::make_optional(0) : std::nullopt;
+    const bool mayAsk = std::any_of(questions.begin(), questions.end(), [&found](const char* name) {
+        return found.contains(QLatin1String(name));
+    });
+    if (!isMistake && !mayAsk)
+        return;
+    const TemporaryApplication application(line); // which takes a while, and process() needs it
+    parser.process(arguments);
 }
 
-bool isDecided(Outcome outcome)
+/* Makes the file names in \a arguments absolute. Returns one that cannot be, or nothing. */
+QString completeFileNames(QStringList& arguments, const Application& application)
 {
-    return outcome != Outcome::MasterToBe && outcome != Outcome::Failed;
+    const auto files = application.parser
+        ? fileArguments(arguments, *application.parser, application.roles, application.positionals)
+        : fileArguments(arguments);
+    const QString folder = workingFolder();
+    for (const FileArgument& file : files) {
+        QString& argument = arguments[file.position];
+        const QString name = argument.mid(file.begin);
+        if (name.isEmpty() || name == QLatin1String("-"))
+            continue;
+        const QString absolute = absoluteFileName(name, folder);
+        if (absolute.isEmpty())
+            return name;
+        argument.replace(file.begin, name.size(), absolute);
+    }
+    return {};
 }
 
-void decideAndHandOver(LaunchPrivate& launch)
+/* Reads the command line. Leaves an exit code if there is nothing to hand over. */
+void readArguments(LaunchPrivate& launch, const Application& application)
+{
+    const QStringList all = launch.line.decoded();
+    const auto positions = positionsWithoutQtOptions(
+        all, [&application](const QString& name) { return application.hasOption(name); });
+    QStringList own;
+    for (const int position : positions)
+        own.append(all.at(position));
+    if (application.parser)
+        answerUser(*application.parser, own, launch.line);
+    const QString lost = completeFileNames(own, application);
+    if (!lost.isEmpty()) {
+        const QString text = QCoreApplication::translate(
+            "HostKit::Launch", "The working folder was removed, so that “%1” names no file.");
+        std::fputs(qPrintable(text.arg(lost) + QLatin1Char('\n')), stderr);
+        launch.exitCode = 1;
+        return;
+    }
+    for (int i = 0; i < own.size(); ++i) {
+        const int position = positions[static_cast<size_t>(i)];
+        if (own.at(i) != all.at(position))
+            launch.line.replace(position, own.at(i));
+    }
+    if (application.parser)
+        application.parser->parse(own);
+    launch.isNewInstance = application.isSet(OptionRole::NewInstance);
+    launch.message.isWaiting = application.isSet(OptionRole::Wait);
+    launch.message.arguments = own.mid(1);
+}
+
+/* Returns whether somebody has the arguments, or will have them. */
+bool handOver(LaunchPrivate& launch)
 {
     launch.decision = decide(launch.message);
     const Outcome outcome = launch.decision->outcome;
     launch.isHandedOver = outcome == Outcome::HandedOver;
-    if (isDecided(outcome))
-        launch.exitCode = 0;
+    if (outcome == Outcome::MasterToBe || outcome == Outcome::Failed)
+        return false;
+    launch.exitCode = 0;
     if (outcome == Outcome::HandedOver)
         bringToFront(launch.startupId);
     else if (outcome == Outcome::Spooled)
         endStartup(launch.startupId);
+    return outcome != Outcome::NothingToDo;
 }
 
-/* The same, and waits for the answer. A first launch is the application itself, and waits for none. */
-void waitForAnswer(LaunchPrivate& launch)
+/* A launch that becomes the master is the application itself, and waits for nobody. */
+void handOverAndWait(LaunchPrivate& launch)
 {
     const TemporaryApplication application(launch.line);
     AnswerWait answer(launch.message.id);
     launch.message.isWaiting = answer.isListening();
     if (!launch.message.isWaiting)
-        qWarning("HostKit: this launch cannot wait for an answer, and ends at once");
-    decideAndHandOver(launch);
-    if (launch.message.isWaiting && launch.exitCode)
+        qWarning("HostKit: this launch cannot wait for an answer");
+    if (handOver(launch) && launch.message.isWaiting)
         launch.exitCode = answer.run(launch.decision->master);
 }
 
@@ -194,21 +190,13 @@ void start(LaunchPrivate& launch, const QString& organisation, const QString& na
     LaunchPrivate::current = &launch;
     QCoreApplication::setOrganizationName(organisation);
     QCoreApplication::setApplicationName(name);
-    if (application.parser)
-        launch.exitCode = answerUser(*application.parser, launch.line);
-    if (launch.exitCode || !completeFileNames(launch, application))
+    readArguments(launch, application);
+    if (launch.exitCode || launch.isNewInstance || name.isEmpty())
         return;
-    const QStringList arguments = decoded(ownArguments(launch.line));
-    if (application.parser)
-        application.parser->parse(arguments);
-    launch.isNewInstance = application.isSet(OptionRole::NewInstance);
-    if (launch.isNewInstance || name.isEmpty())
-        return;
-    launch.message.arguments = arguments.mid(1);
-    if (application.isSet(OptionRole::Wait))
-        waitForAnswer(launch);
+    if (launch.message.isWaiting)
+        handOverAndWait(launch);
     else
-        decideAndHandOver(launch);
+        handOver(launch);
 }
 
 } // namespace

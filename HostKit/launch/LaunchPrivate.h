@@ -11,6 +11,9 @@ class QCommandLineParser;
 
 namespace HostKit {
 
+/*! Returns what this process hands over, as yet without arguments. */
+LaunchMessage thisLaunch();
+
 /*! What the session knows of the launch in front of it. The application's thread. */
 struct LaunchPrivate {
     LaunchPrivate(int argc, char** argv);

@@ -1,7 +1,5 @@
 #include "QtOptions.h"
 
-#include <QtCore/QList>
-
 #include <algorithm>
 #include <array>
 
@@ -9,98 +7,52 @@ namespace HostKit {
 
 namespace {
 
-enum class Kind {
-    Flag,
-    Value, // the argument behind it
-    Assignable, // the argument behind it, or "-name=value"
-    X11Flag,
-    X11Value,
-};
+constexpr std::array flags = {"dograb",  "nograb",      "qdebug",     "qdevel",
+                              "reverse", "testability", "widgetcount"};
+constexpr std::array withValue = {"display",       "geometry",     "icon",
+                                  "name",          "platform",     "platformpluginpath",
+                                  "platformtheme", "plugin",       "qwindowgeometry",
+                                  "qwindowicon",   "qwindowtitle", "session",
+                                  "title"};
+constexpr std::array assignable = {"qmljsdebugger", "style", "stylesheet"}; // also "-name=value"
 
-struct Option {
-    const char* name;
-    Kind kind;
-};
-
-/* Those of QCoreApplication, QGuiApplication, QApplication and the platform plug-in for X11. */
-constexpr std::array options = {
-    Option{"platform", Kind::Value},
-    Option{"platformpluginpath", Kind::Value},
-    Option{"platformtheme", Kind::Value},
-    Option{"plugin", Kind::Value},
-    Option{"qwindowgeometry", Kind::Value},
-    Option{"qwindowicon", Kind::Value},
-    Option{"qwindowtitle", Kind::Value},
-    Option{"session", Kind::Value},
-    Option{"qmljsdebugger", Kind::Assignable},
-    Option{"style", Kind::Assignable},
-    Option{"stylesheet", Kind::Assignable},
-    Option{"qdebug", Kind::Flag},
-    Option{"qdevel", Kind::Flag},
-    Option{"reverse", Kind::Flag},
-    Option{"testability", Kind::Flag},
-    Option{"widgetcount", Kind::Flag},
-    Option{"display", Kind::X11Value},
-    Option{"geometry", Kind::X11Value},
-    Option{"icon", Kind::X11Value},
-    Option{"name", Kind::X11Value},
-    Option{"title", Kind::X11Value},
-    Option{"dograb", Kind::X11Flag},
-    Option{"nograb", Kind::X11Flag},
-};
-
-/* Returns what is behind one hyphen or two, without a value. */
-QByteArray nameOf(const QByteArray& argument)
+template <typename Names> bool contains(const Names& names, const QString& name)
 {
-    const QByteArray text = argument.mid(argument.startsWith("--") ? 2 : 1);
-    return text.split('=').first();
+    return std::any_of(names.begin(), names.end(),
+                       [&name](const char* each) { return name == QLatin1String(each); });
 }
 
-QByteArray platformOf(const std::vector<QByteArray>& arguments)
+/* Returns how many arguments, from one on, are an option of Qt's: 0, 1 or 2. */
+int sizeOfQtOption(const QString& option, bool hasNext,
+                   const std::function<bool(const QString&)>& isOwn)
 {
-    QByteArray platform = qgetenv("QT_QPA_PLATFORM");
-    if (platform.isEmpty())
-        platform = qgetenv("XDG_SESSION_TYPE") == "wayland" ? "wayland" : "xcb";
-    for (size_t i = 1; i + 1 < arguments.size(); ++i) {
-        if (arguments[i] == "-platform" || arguments[i] == "--platform")
-            platform = arguments[i + 1];
-    }
-    return platform;
-}
-
-/* Returns how many arguments from \a position on are an option of Qt's: 0, 1 or 2. */
-size_t sizeOfQtOption(const std::vector<QByteArray>& arguments, size_t position, bool isX11)
-{
-    const QByteArray& argument = arguments[position];
-    const QByteArray name = nameOf(argument);
-    const auto* const option =
-        std::find_if(options.begin(), options.end(), [&](const Option& each) {
-            return argument.startsWith('-') && name == each.name;
-        });
-    if (option == options.end())
+    if (!option.startsWith(QLatin1Char('-')))
         return 0;
-    const Kind kind = option->kind;
-    if (!isX11 && (kind == Kind::X11Flag || kind == Kind::X11Value))
+    const QString text = option.mid(option.startsWith(QLatin1String("--")) ? 2 : 1);
+    const QString name = text.section(QLatin1Char('='), 0, 0);
+    const bool isAssignable = contains(assignable, name);
+    const bool isFlag = contains(flags, name);
+    if ((!isFlag && !isAssignable && !contains(withValue, name)) || isOwn(name))
         return 0;
-    if (argument.contains('='))
-        return kind == Kind::Assignable ? 1 : 0;
-    if (kind == Kind::Flag || kind == Kind::X11Flag)
+    if (name != text)
+        return isAssignable ? 1 : 0;
+    if (isFlag)
         return 1;
-    return position + 1 < arguments.size() ? 2 : 0; // a value is missing: Qt leaves it
+    return hasNext ? 2 : 0; // without its value, Qt leaves it
 }
 
 } // namespace
 
-std::vector<size_t> positionsWithoutQtOptions(const std::vector<QByteArray>& arguments)
+std::vector<int> positionsWithoutQtOptions(const QStringList& arguments,
+                                           const std::function<bool(const QString&)>& isOwn)
 {
-    const bool isX11 = platformOf(arguments).startsWith("xcb");
-    std::vector<size_t> left;
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        const size_t size = i == 0 ? 0 : sizeOfQtOption(arguments, i, isX11);
+    std::vector<int> left;
+    const int count = static_cast<int>(arguments.size());
+    for (int i = 0; i < count;) {
+        const int size = i == 0 ? 0 : sizeOfQtOption(arguments[i], i + 1 < count, isOwn);
         if (size == 0)
             left.push_back(i);
-        else
-            i += size - 1;
+        i += std::max(size, 1);
     }
     return left;
 }

@@ -1,18 +1,19 @@
 #pragma once
 
-#include <QtCore/QByteArray>
+#include <QtCore/QStringList>
 
+#include <functional>
 #include <vector>
 
 namespace HostKit {
 
 /*!
-    Returns the positions of the \a arguments that are left when an application object with windows
-    has removed its own options. The first argument, which names the program, is always left.
-
-    Options of X11 count where the platform is X11: the one that is asked for, or that of the user's
-    desktop. Any thread.
+    Returns the positions of the \a arguments that are not options of Qt's own, nor values of these.
+    Those are the options that an application object with windows removes, on any platform. The first
+    argument names the program and is always returned. \a isOwn tells whether the application itself
+    has an option of that name: then it is not Qt's. Any thread.
 */
-std::vector<size_t> positionsWithoutQtOptions(const std::vector<QByteArray>& arguments);
+std::vector<int> positionsWithoutQtOptions(const QStringList& arguments,
+                                           const std::function<bool(const QString&)>& isOwn);
 
 } // namespace HostKit
