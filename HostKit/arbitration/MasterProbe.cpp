@@ -24,52 +24,20 @@ namespace HostKit {
 namespace {
 
 constexpr int timeout = 2000; // ms, for a master that does not answer
-constexpr unsigned long retryInterval = 20; // ms, where its queue is full
-
-struct Address {
-    sockaddr_storage storage = {};
-    socklen_t size = 0;
-    const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&storage); }
-};
-
-Address loopback(int family, quint16 port)
-{
-    Address address;
-    if (family == AF_INET6) {
-        const sockaddr_in6 itself = {AF_INET6, htons(port), 0, IN6ADDR_LOOPBACK_INIT, 0};
-        std::memcpy(&address.storage, &itself, address.size = sizeof itself);
-    } else {
-        const sockaddr_in itself = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-        std::memcpy(&address.storage, &itself, address.size = sizeof itself);
-    }
-    return address;
-}
-
-/*
- * Returns whether this machine has the loopback address, which it loses when IPv6 is switched off:
- * a listener there stays, and nobody reaches it. Sends nothing.
- */
-bool hasAddress(int family)
-{
-    const UniqueFd probe(::socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const Address address = loopback(family, 9);
-    if (!probe.isValid())
-        return errno != EAFNOSUPPORT; // out of descriptors: nobody can tell
-    return ::connect(probe.get(), address.get(), address.size) == 0;
-}
+constexpr unsigned long retryInterval = 20; // ms, while its queue is full
 
 struct Request {
     nlmsghdr header;
     inet_diag_req_v2 query;
 };
 
-struct Answer {
+struct Reply {
     nlmsghdr header;
     inet_diag_msg found;
     std::array<char, 1024> more;
 };
 
-Request askFor(int family, quint16 port)
+Request requestFor(int family, quint16 port)
 {
     Request request = {};
     request.header.nlmsg_len = sizeof request;
@@ -90,33 +58,38 @@ enum class Listener { Unknown, Full, Ready, Stranger };
 
 /*
  * Asks the kernel about the listener on \a port. The listener does not notice: a connection would
- * take as long as a hand-off, and the last place in its queue. Unknown if there is no listener, or
- * if the kernel does not answer, as in some sandboxes: both look the same.
+ * take as long as a hand-off, and a place in its queue. Unknown if there is no listener, or if the
+ * kernel does not answer, as in some sandboxes: both look the same.
  */
 Listener listenerOn(int family, quint16 port)
 {
     constexpr int listens = 10; // the state
-    const Request request = askFor(family, port);
+    const Request request = requestFor(family, port);
     const UniqueFd kernel(
         ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_SOCK_DIAG));
-    Answer answer = {};
+    Reply reply = {};
     if (::send(kernel.get(), &request, sizeof request, 0) < 0
-        || ::recv(kernel.get(), &answer, sizeof answer, 0) < static_cast<ssize_t>(NLMSG_LENGTH(4))
-        || answer.header.nlmsg_type != SOCK_DIAG_BY_FAMILY || answer.found.idiag_state != listens)
+        || ::recv(kernel.get(), &reply, sizeof reply, 0) < static_cast<ssize_t>(NLMSG_LENGTH(4))
+        || reply.header.nlmsg_type != SOCK_DIAG_BY_FAMILY || reply.found.idiag_state != listens)
         return Listener::Unknown;
     const uid_t user = ::geteuid();
-    if (answer.found.idiag_uid != user && user != 0)
+    if (reply.found.idiag_uid != user && user != 0)
         return Listener::Stranger;
-    return answer.found.idiag_rqueue > answer.found.idiag_wqueue ? Listener::Full : Listener::Ready;
+    return reply.found.idiag_rqueue > reply.found.idiag_wqueue ? Listener::Full : Listener::Ready;
 }
 
+/* Returns whether somebody accepts a connection, or nobody can tell. */
 bool connects(int family, quint16 port, const QDeadlineTimer& deadline)
 {
+    const sockaddr_in v4 = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    const sockaddr_in6 v6 = {AF_INET6, htons(port), 0, IN6ADDR_LOOPBACK_INIT, 0};
+    const bool isV6 = family == AF_INET6;
+    const auto* const address =
+        isV6 ? reinterpret_cast<const sockaddr*>(&v6) : reinterpret_cast<const sockaddr*>(&v4);
     const UniqueFd probe(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!probe.isValid())
-        return true; // nobody can tell
-    const Address address = loopback(family, port);
-    if (::connect(probe.get(), address.get(), address.size) == 0)
+        return errno != EAFNOSUPPORT; // perhaps out of descriptors
+    if (::connect(probe.get(), address, isV6 ? sizeof v6 : sizeof v4) == 0)
         return true;
     if (errno != EINPROGRESS)
         return false;
@@ -129,11 +102,9 @@ bool connects(int family, quint16 port, const QDeadlineTimer& deadline)
         && ::getsockopt(probe.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
 }
 
-/* Ready, Stranger, or neither of them. */
+/* Returns Ready, Stranger, or neither of them. */
 Listener tryListener(int family, quint16 port, const QDeadlineTimer& deadline)
 {
-    if (!hasAddress(family))
-        return Listener::Unknown;
     Listener listener = listenerOn(family, port);
     while (listener == Listener::Full && !deadline.hasExpired()) {
         QThread::msleep(retryInterval);

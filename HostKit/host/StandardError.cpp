@@ -28,40 +28,34 @@ const char* nameOf(LogLevel level)
 QString withoutControls(const QString& text)
 {
     QString clean;
-    for (const uint c : text.toUcs4()) {
-        const QChar::Category category = QChar::category(c);
+    for (const QChar c : text) {
+        const QChar::Category category = c.category();
         if (category == QChar::Other_Control || category == QChar::Other_Format
             || category == QChar::Separator_Line || category == QChar::Separator_Paragraph)
-            clean += QStringLiteral("\\x%1").arg(c, 2, 16, QLatin1Char('0'));
+            clean += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
         else
-            clean += QChar::requiresSurrogates(c)
-                ? QString(QChar(QChar::highSurrogate(c))) + QChar(QChar::lowSurrogate(c))
-                : QString(QChar(static_cast<ushort>(c)));
+            clean += c;
     }
     return clean;
 }
 
 /*
- * Returns how many bytes of \a text went to standard error, which may be a pipe that nobody reads:
- * whoever writes to a full one hangs, the master's thread for example. Where a pipe has room at
- * all, it has room for as much as it takes in one piece.
+ * Returns how many bytes of \a text standard error took at once. It may be a pipe that nobody reads,
+ * and a thread that writes to a full one hangs. If a pipe has room at all, it takes PIPE_BUF bytes.
  */
 int writeAtOnce(const QByteArray& text)
 {
-    // A terminal takes less than it is given, and then waits: so by a file of our own, which does
-    // not, or, where that may not be opened, a byte at a time, which fits where there is any room.
-    const bool isTerminal = ::isatty(STDERR_FILENO) != 0;
+    // A terminal may have less room and then waits, but not by an open file of our own.
     constexpr int flags = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const UniqueFd own(isTerminal ? ::open("/proc/self/fd/2", flags) : -1);
-    const int standardError = own.isValid() ? own.get() : STDERR_FILENO;
-    const size_t maxSize = isTerminal && !own.isValid() ? 1 : PIPE_BUF;
+    const UniqueFd terminal(::isatty(STDERR_FILENO) != 0 ? ::open("/proc/self/fd/2", flags) : -1);
+    const int standardError = terminal.isValid() ? terminal.get() : STDERR_FILENO;
     int written = 0;
     while (written < text.size()) {
         pollfd file = {standardError, POLLOUT, 0};
         if (::poll(&file, 1, 0) != 1 || file.revents != POLLOUT)
             break;
-        const auto size = std::min(static_cast<size_t>(text.size() - written), maxSize);
-        const ssize_t put = ::write(standardError, text.constData() + written, size);
+        const ssize_t put = ::write(standardError, text.constData() + written,
+                                    std::min<size_t>(size_t(text.size() - written), PIPE_BUF));
         if (put < 0 && errno != EINTR)
             break;
         written += static_cast<int>(std::max<ssize_t>(put, 0));
