@@ -47,6 +47,24 @@ void setValue(const QString& value)
     Core::Settings::getInstance()->setValue("SingleInstance", "MasterPort", value, true);
 }
 
+QList<LaunchMessage> launchesOf(const QList<QStringList>& lists)
+{
+    QList<LaunchMessage> launches;
+    for (const QStringList& list : lists) {
+        launches.append(LaunchMessage());
+        launches.last().arguments = list;
+    }
+    return launches;
+}
+
+QList<QStringList> argumentsOf(const QList<LaunchMessage>& launches)
+{
+    QList<QStringList> lists;
+    for (const LaunchMessage& launch : launches)
+        lists.append(launch.arguments);
+    return lists;
+}
+
 QString threadsThatTakeSignals()
 {
     const QString command = "grep -l 'SigBlk:.*0000000000000000' /proc/%1/task/*/status";
@@ -216,14 +234,14 @@ private Q_SLOTS:
         if (change.startsWith("chown") && ::geteuid() != 0)
             QSKIP("root alone can give a file away", 0);
         const QList<QStringList> lists = {{"A", QString()}, {}, {QString(100000, 'x')}};
-        const QString file = spool(lists.mid(0, 1));
-        QVERIFY(!file.isEmpty() && !spool(lists.mid(1)).isEmpty());
+        const QString file = spool(launchesOf(lists.mid(0, 1)));
+        QVERIFY(!file.isEmpty() && !spool(launchesOf(lists.mid(1))).isEmpty());
         output("sh", {"-c", change, file});
         if (!warning.isEmpty())
             QTest::ignoreMessage(QtWarningMsg,
-                                 QRegularExpression("HostKit: .* is not used: it " + warning));
-        QCOMPARE(takeSpooledLists(), lists.mid(warning.isEmpty() ? 0 : 1));
-        QVERIFY(!hasSpooledLists());
+                                 QRegularExpression("HostKit: .* are not used: it is " + warning));
+        QCOMPARE(argumentsOf(takeSpooled()), lists.mid(warning.isEmpty() ? 0 : 1));
+        QVERIFY(!hasSpooled());
     }
 
     void keepsListsWhereThereIsPlace()
@@ -232,16 +250,17 @@ private Q_SLOTS:
         QVERIFY(contentOf(configDirectory()).isEmpty()
                 && QFile(configDirectory()).open(QFile::WriteOnly));
         qunsetenv("XDG_RUNTIME_DIR");
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("HostKit: 1 lists .* are lost.*"));
-        QCOMPARE(spool({{"A"}}), QString());
+        const QRegularExpression lost("HostKit: 1 launches are lost.*");
+        QTest::ignoreMessage(QtWarningMsg, lost);
+        QCOMPARE(spool(launchesOf({{"A"}})), QString());
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(home->path()));
-        QVERIFY(!spool({{"A"}}).isEmpty());
-        QCOMPARE(takeSpooledLists(), QList<QStringList>{{"A"}});
+        QVERIFY(!spool(launchesOf({{"A"}})).isEmpty());
+        QCOMPARE(argumentsOf(takeSpooled()), QList<QStringList>{{"A"}});
         const QStringList large(QString(20 << 20, 'x')); // 40 MiB
-        QVERIFY(!spool({large}).isEmpty());
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("HostKit: 1 lists .* are lost.*"));
-        QVERIFY(!spool({{"small"}, large}).isEmpty());
-        QCOMPARE(takeSpooledLists(), (QList<QStringList>{large, {"small"}}));
+        QVERIFY(!spool(launchesOf({large})).isEmpty());
+        QTest::ignoreMessage(QtWarningMsg, lost);
+        QVERIFY(!spool(launchesOf({{"small"}, large})).isEmpty());
+        QCOMPARE(argumentsOf(takeSpooled()), (QList<QStringList>{large, {"small"}}));
     }
 
     /* The table of the page on the protocol. */
@@ -262,18 +281,19 @@ private Q_SLOTS:
         QFETCH(QString, list);
         QFETCH(QString, message);
         const auto texts = QJsonDocument::fromJson(list.toUtf8()).array().toVariantList();
-        const Chunk chunk = opened(QVariant(texts).toStringList());
-        QJsonObject found = {{"arguments", QJsonArray::fromStringList(chunk.message.arguments)}};
+        const Received received = opened(QVariant(texts).toStringList());
+        const LaunchMessage& launch = received.message;
+        QJsonObject found = {{"arguments", QJsonArray::fromStringList(launch.arguments)}};
         const auto add = [&found](const char* name, const QString& value) {
             if (!value.isEmpty())
                 found.insert(name, value);
         };
-        add("id", chunk.message.id);
-        add("folder", chunk.message.workingFolder);
-        add("token", chunk.message.activationToken);
-        add("wait", chunk.message.isWaiting ? "yes" : "");
-        add("chunk", chunk.count > 1 ? QString("%1 of %2").arg(chunk.number).arg(chunk.count) : "");
-        add("continued", chunk.isContinued ? "yes" : "");
+        add("id", launch.id);
+        add("folder", launch.workingFolder);
+        add("token", launch.activationToken);
+        add("wait", launch.isWaiting ? "yes" : "");
+        if (received.chunkCount > 1)
+            add("chunk", QString("%1 of %2").arg(received.chunk).arg(received.chunkCount));
         QCOMPARE(found, QJsonDocument::fromJson(message.toUtf8()).object());
     }
 
@@ -313,24 +333,29 @@ private Q_SLOTS:
         LaunchMessage message;
         message.id = newLaunchId();
         message.arguments = QStringList{"", QString(100000, 'x'), "b", QString(40000, 'y')};
-        auto chunks = chunksOf(message);
+        const auto chunks = chunksOf(message);
         QVERIFY(chunks.size() > 3);
-        for (const QStringList& chunk : chunks)
-            QVERIFY(SingleInstance::packedSize(chunk) <= SingleInstance::maxBodySize);
-        std::reverse(chunks.begin(), chunks.end());
-        Inbox inbox(chunks.mid(1));
-        QVERIFY(inbox.isEmpty()); // all or nothing
-        Inbox whole(QList<QStringList>{{"first"}} + chunks + chunks.mid(1)); // and one again
-        QCOMPARE(whole.takeFirst().arguments, QStringList("first"));
-        QCOMPARE(whole.takeFirst().arguments, message.arguments);
-        QVERIFY(whole.isEmpty());
+        const Session session;
+        QSignalSpy received(&session, &InstanceSession::argumentsReceived);
+        const quint16 port = SingleInstance::readMasterPort();
+        for (auto chunk = chunks.rbegin(); chunk != chunks.rend(); ++chunk) {
+            QVERIFY(SingleInstance::packedSize(*chunk) <= SingleInstance::maxBodySize);
+            QVERIFY(sendList(*chunk, port));
+            QVERIFY(sendList({"between"}, port));
+        }
+        QVERIFY(sendList(chunks.first(), port)); // once more, and nothing else
+        QVERIFY(sendList({"last"}, port));
+        QTRY_COMPARE(received.size(), chunks.size() + 2);
+        received.removeAll({QStringList("between")});
+        received.removeAll({QStringList("last")});
+        QCOMPARE(received, QList<QVariantList>{{message.arguments}}); // all or nothing
     }
 
     void refusesWhatIsTooMuch()
     {
         const QStringList large(QString(10 << 20, 'x')); // 20 MiB
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("HostKit: launches are refused.*"));
-        Inbox inbox({{"a"}, large, large, large, large, {"b"}});
+        Inbox inbox(launchesOf({{"a"}, large, large, large, large, {"b"}}));
         QCOMPARE(inbox.takeAll().size(), 5); // the fourth large one is missing
     }
 
@@ -349,7 +374,7 @@ private Q_SLOTS:
             const quint16 port = SingleInstance::readMasterPort();
             QVERIFY(sendList({"early"}, port));
             QTRY_COMPARE(controller->peekMessages().size(), 1);
-            const auto inbox = std::make_shared<Inbox>(QList<QStringList>{{"older"}});
+            const auto inbox = std::make_shared<Inbox>(launchesOf({{"older"}}));
             Inbox::fillFrom(*controller, inbox, [] {});
             QCOMPARE(inbox->takeFirst().arguments, QStringList("older"));
             QCOMPARE(inbox->takeFirst().arguments, QStringList("early"));

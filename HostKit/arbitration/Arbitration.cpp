@@ -1,5 +1,6 @@
 #include "Arbitration.h"
 
+#include "AnswerChannel.h"
 #include "ConfigDirectory.h"
 #include "Foreground.h"
 #include "HandOff.h"
@@ -80,7 +81,7 @@ Decision decideWithoutLock(const LaunchMessage& launch)
 {
     if (!isMasterInOtherNetwork() && handOff(launch))
         return {Outcome::HandedOver, {}, readMasterPid()};
-    const QString name = spool({enveloped(launch)});
+    const QString name = spool({launch});
     if (name.isEmpty())
         return {};
     FileLock launchLock = takeLaunchLock(std::chrono::milliseconds(0));
@@ -93,19 +94,19 @@ Decision decideWithoutLock(const LaunchMessage& launch)
         return decideUnderLock(launch, std::move(launchLock));
     if (handOff(launch))
         return {Outcome::HandedOver, {}, readMasterPid()};
-    return {spool({enveloped(launch)}).isEmpty() ? Outcome::Failed : Outcome::Spooled, {}, 0};
+    return {spool({launch}).isEmpty() ? Outcome::Failed : Outcome::Spooled, {}, 0};
 }
 
 Decision decideForSpool(FileLock launchLock)
 {
-    if (launchLock.hasTimedOut() || !hasSpooledLists())
+    if (launchLock.hasTimedOut() || !hasSpooled())
         return {Outcome::NothingToDo, {}, 0};
     const Master master = findMaster();
     if (master == Master::InOtherNetwork)
         return {Outcome::NothingToDo, {}, 0};
     if (master != Master::Answers)
         return toBeMaster(std::move(launchLock));
-    const QList<QStringList> left = passOn(takeSpooledLists());
+    const QList<LaunchMessage> left = passOn(takeSpooled());
     if (!left.isEmpty() && !spool(left).isEmpty())
         qWarning("HostKit: lists of arguments wait for the next master: that on port %d takes no "
                  "more",
@@ -138,14 +139,16 @@ FileLock takeLaunchLock(std::chrono::milliseconds timeout)
     return FileLock::take(launchLockFile(), FileLock::Kind::Exclusive, timeout);
 }
 
-QList<QStringList> passOn(const QList<QStringList>& lists)
+QList<LaunchMessage> passOn(const QList<LaunchMessage>& launches)
 {
-    if (lists.isEmpty() || findMaster() != Master::Answers)
-        return lists;
+    if (launches.isEmpty() || findMaster() != Master::Answers)
+        return launches;
     int passed = 0;
-    while (passed < lists.size() && handOff(opened(lists[passed]).message))
-        ++passed;
-    return lists.mid(passed);
+    for (; passed < launches.size() && handOff(launches[passed]); ++passed) {
+        if (const auto& channel = launches[passed].channel)
+            channel->send({true, static_cast<qint32>(readMasterPid()), {}});
+    }
+    return launches.mid(passed);
 }
 
 } // namespace HostKit

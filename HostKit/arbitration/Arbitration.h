@@ -53,9 +53,9 @@ void bringToFront(const QByteArray& startupId);
 FileLock takeLaunchLock(std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
 /*!
-    Hands \a lists over to another master, if one answers. Returns those that it did not take. Hold
-    the launch lock.
+    Hands \a launches over to another master, if one answers, and tells those that wait for an answer.
+    Returns those that it did not take. Hold the launch lock.
 */
-QList<QStringList> passOn(const QList<QStringList>& lists);
+QList<LaunchMessage> passOn(const QList<LaunchMessage>& launches);
 
 } // namespace HostKit

@@ -4,27 +4,33 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 namespace HostKit {
 
 /*! Owns a file descriptor, or -1 for none, and closes it. Any thread. */
 class UniqueFd {
 public:
-    explicit UniqueFd(int descriptor)
+    explicit UniqueFd(int descriptor = -1)
         : value(descriptor)
     {
     }
-    ~UniqueFd()
-    {
-        if (value >= 0)
-            ::close(value);
-    }
+    ~UniqueFd() { reset(); }
     Q_DISABLE_COPY_MOVE(UniqueFd)
 
     int get() const { return value; }
     bool isValid() const { return value >= 0; }
 
+    /*! Closes what it owns, and takes \a descriptor. */
+    void reset(int descriptor = -1)
+    {
+        const int old = std::exchange(value, descriptor);
+        if (old >= 0)
+            ::close(old);
+    }
+
 private:
-    const int value;
+    int value;
 };
 
 } // namespace HostKit

@@ -1,23 +1,46 @@
 #include "AnswerChannel.h"
 
 #include "ConfigDirectory.h"
+#include "Envelope.h"
 
 #include <QtCore/QDataStream>
+#include <QtCore/QFile>
+
+#include <algorithm>
+
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
 
 namespace HostKit {
 
 namespace {
 
-constexpr int timeout = 1000; // ms
+constexpr timeval timeout = {1, 0}; // to send, if the launch is stopped
 constexpr auto streamVersion = QDataStream::Qt_5_0;
+
+/* Returns a descriptor, or -1. */
+int connectTo(const QString& path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (static_cast<size_t>(name.size()) >= sizeof address.sun_path)
+        return -1;
+    std::copy(name.begin(), name.end(), address.sun_path);
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+    if (::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
+        return socket;
+    const UniqueFd unused(socket);
+    return -1;
+}
 
 } // namespace
 
 QStringList answerSockets(const QByteArray& id)
 {
     QStringList paths;
-    if (id.isEmpty())
-        return paths;
     for (const QString& directory : {runtimeDirectory(), configDirectory()}) {
         if (!directory.isEmpty())
             paths.append(directory + QLatin1String("/hostkit-") + QString::fromLatin1(id));
@@ -30,43 +53,45 @@ QByteArray packed(const Answer& answer)
     QByteArray bytes;
     QDataStream stream(&bytes, QIODevice::WriteOnly);
     stream.setVersion(streamVersion);
-    stream << qint32(answer.exitCode) << answer.text;
+    stream << answer.hasMoved << answer.value << answer.text;
     return bytes;
 }
 
-bool unpack(const QByteArray& bytes, Answer& answer)
+std::optional<Answer> unpacked(const QByteArray& bytes)
 {
     QDataStream stream(bytes);
     stream.setVersion(streamVersion);
-    qint32 exitCode = 0;
-    stream >> exitCode >> answer.text;
-    answer.exitCode = exitCode;
-    return stream.status() == QDataStream::Ok;
+    Answer answer;
+    stream >> answer.hasMoved >> answer.value >> answer.text;
+    return stream.status() == QDataStream::Ok ? std::make_optional(answer) : std::nullopt;
 }
 
 AnswerChannel::AnswerChannel(const QByteArray& id)
 {
     for (const QString& path : answerSockets(id)) {
-        socket.connectToServer(path);
-        if (socket.waitForConnected(timeout))
-            return;
+        if (!socket.isValid())
+            socket.reset(connectTo(path));
     }
 }
 
 bool AnswerChannel::isOpen() const
 {
-    return socket.state() == QLocalSocket::ConnectedState;
+    char byte = 0; // the launch sends nothing: either there is no end, or no byte yet
+    return socket.isValid() && ::recv(socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) != 0;
 }
 
-void AnswerChannel::send(int exitCode, const QString& text)
+void AnswerChannel::send(const Answer& answer)
 {
-    if (!isOpen())
-        return;
-    socket.write(packed({exitCode, text}));
-    socket.flush();
-    if (socket.bytesToWrite() > 0)
-        socket.waitForBytesWritten(timeout);
-    socket.close();
+    const QByteArray bytes = packed(answer);
+    if (socket.isValid())
+        ::send(socket.get(), bytes.constData(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL);
+    socket.reset();
+}
+
+void connectBack(LaunchMessage& launch)
+{
+    if (launch.isWaiting)
+        launch.channel = std::make_shared<AnswerChannel>(launch.id);
 }
 
 } // namespace HostKit

@@ -1,48 +1,62 @@
 #pragma once
 
+#include "UniqueFd.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
-#include <QtNetwork/QLocalSocket>
+
+#include <optional>
 
 namespace HostKit {
 
+struct LaunchMessage;
+
 /*
- * The way back to a launch that waits for an answer: a local socket of that launch, for its user
- * alone. Its name is made from the identity of the launch and leads nowhere else, so that a list of
- * a stranger reaches no other socket.
+ * The way back to a launch that waits for an answer: a local socket of that launch, which its user
+ * alone may open. The id of the launch makes the name of the socket and can lead to no other file.
  */
 
 /*! Returns the paths at which the launch \a id may listen, in the order in which it tries them. */
 QStringList answerSockets(const QByteArray& id);
 
-/*! What an answer is. */
+/*! What the process that has a launch tells it. */
 struct Answer {
-    int exitCode = 0;
-    QString text; // for standard error
+    /*! The launch moved to the process \a value; to the spool if that is 0. Otherwise it ends with
+        the exit code \a value and \a text for standard error. */
+    bool hasMoved = false;
+    qint32 value = 0;
+    QString text;
 };
 
-/*! Returns the bytes of \a answer, and reads them. Reading returns whether they are complete. */
+/*! Returns the bytes of \a answer. */
 QByteArray packed(const Answer& answer);
-bool unpack(const QByteArray& bytes, Answer& answer);
+
+/*! Returns the answer in \a bytes, or nothing while they are not complete. */
+std::optional<Answer> unpacked(const QByteArray& bytes);
 
 /*!
-    The master's end of the way back. It is open from its construction until an answer is sent or
-    the launch ends; a channel that is destroyed closes without an answer. Belongs to one thread.
+    The end of the way back that the process with the launch holds. It is open from its construction
+    until something is sent, the launch ends, or it is destroyed. A launch takes a channel that
+    closes without a word for a process that died. One thread at a time.
 */
 class AnswerChannel {
 public:
-    /*! Connects to the launch \a id. Blocks for a second at most, normally for microseconds. */
+    /*! Connects to the launch \a id. Blocks for microseconds. */
     explicit AnswerChannel(const QByteArray& id);
 
-    /*! Returns whether the launch waits, as far as the event loop has noticed. */
+    /*! Returns whether the launch still waits. */
     bool isOpen() const;
 
-    /*! Sends the answer and closes. Does nothing if the channel is closed. */
-    void send(int exitCode, const QString& text);
+    /*! Sends \a answer and closes. Does nothing if the channel is closed. Blocks for a second at
+        most, if the launch is stopped and the text is long. */
+    void send(const Answer& answer);
 
 private:
-    QLocalSocket socket;
+    UniqueFd socket;
 };
+
+/*! Connects \a launch to the process that it came from, if that waits for an answer. */
+void connectBack(LaunchMessage& launch);
 
 } // namespace HostKit

@@ -4,116 +4,64 @@
 #include "MessageFormat.h"
 
 #include <QtCore/QDir>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
 #include <QtCore/QRandomGenerator>
-#include <QtCore/QRegularExpression>
 
 #include <algorithm>
 #include <array>
 
 namespace HostKit {
 
-using SingleInstance::maxBodySize;
-using SingleInstance::noArguments;
-using SingleInstance::packedSize;
-
 namespace {
 
-constexpr QChar sign(u'\1'); // in front of each string of an envelope; alone, it ends the envelope
-constexpr int maxChunks = 4096; // a list of 256 MiB
-constexpr int maxFolderSize = 4096; // UTF-16 units
+constexpr int maxChunkSize = 32000; // UTF-16 units; the envelope takes less than what is left
+constexpr int maxChunkCount = 4096;
 
-QString field(const QString& text)
+constexpr QLatin1String beginning("\1HostKit ");
+constexpr QLatin1String idKey("id");
+constexpr QLatin1String folderKey("folder");
+constexpr QLatin1String tokenKey("token");
+constexpr QLatin1String waitKey("wait");
+constexpr QLatin1String chunkKey("chunk");
+constexpr QLatin1String markKey("mark");
+
+QString envelopeWith(const QJsonObject& fields)
 {
-    return sign + text;
+    const QByteArray text = QJsonDocument(fields).toJson(QJsonDocument::Compact);
+    return beginning + QLatin1String("1 ") + QString::fromUtf8(text);
 }
 
-QString beginning()
+bool isId(const QByteArray& text)
 {
-    return field(QStringLiteral("HostKit 1"));
+    return text.size() == 32 && std::all_of(text.begin(), text.end(), [](char c) {
+               return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
+           });
 }
 
-bool isEnvelope(const QStringList& list)
+void readFields(const QJsonObject& fields, Received& received)
 {
-    return !list.isEmpty() && list.first().startsWith(field(QStringLiteral("HostKit ")));
-}
+    LaunchMessage& message = received.message;
+    const QByteArray id = fields.value(idKey).toString().toUtf8();
+    if (isId(id))
+        message.id = id;
+    const QString folder = fields.value(folderKey).toString();
+    if (QDir::isAbsolutePath(folder))
+        message.workingFolder = folder;
+    const QByteArray token = fields.value(tokenKey).toString().toUtf8();
+    if (isValidToken(token))
+        message.activationToken = token;
+    message.isWaiting = fields.value(waitKey).toBool() && !message.id.isEmpty();
+    received.mark = fields.value(markKey).toString();
 
-bool isId(const QString& text)
-{
-    static const QRegularExpression digits(QStringLiteral("\\A[0-9a-f]{32}\\z"));
-    return digits.match(text).hasMatch();
-}
-
-QStringList fieldsOf(const LaunchMessage& message)
-{
-    QStringList fields = {beginning(),
-                          field(QStringLiteral("id ") + QString::fromLatin1(message.id))};
-    if (!message.workingFolder.isEmpty() && message.workingFolder.size() <= maxFolderSize)
-        fields.append(field(QStringLiteral("folder ") + message.workingFolder));
-    if (isValidToken(message.activationToken))
-        fields.append(
-            field(QStringLiteral("token ") + QString::fromLatin1(message.activationToken)));
-    if (message.isWaiting)
-        fields.append(field(QStringLiteral("wait")));
-    return fields;
-}
-
-struct Part {
-    QStringList arguments;
-    bool isContinued = false;
-};
-
-/* Divides arguments so that each part takes \a maxSize bytes at most. */
-QList<Part> divided(const QStringList& arguments, qint64 maxSize)
-{
-    QList<Part> parts = {Part()};
-    qint64 left = maxSize;
-    for (const QString& argument : arguments) {
-        const qint64 size = packedSize(argument);
-        if (size > left && !parts.last().arguments.isEmpty()) {
-            parts.append(Part());
-            left = maxSize;
-        }
-        const int maxUnits = static_cast<int>((maxSize - packedSize(QString())) / 2);
-        parts.last().arguments.append(argument.left(maxUnits));
-        for (int begin = maxUnits; begin < argument.size(); begin += maxUnits) {
-            parts.append({{argument.mid(begin, maxUnits)}, true});
-            left = maxSize;
-        }
-        left -= packedSize(parts.last().arguments.last());
+    const QJsonArray chunk = fields.value(chunkKey).toArray();
+    const int number = chunk.at(0).toInt();
+    const int count = chunk.at(1).toInt();
+    if (number >= 1 && number <= count && count <= maxChunkCount && !message.id.isEmpty()) {
+        received.chunk = number;
+        received.chunkCount = count;
     }
-    return parts;
-}
-
-/* Reads one string of an envelope. What is unknown or wrong is passed over. */
-void readField(const QString& text, Chunk& chunk)
-{
-    const QString name = text.section(QLatin1Char(' '), 0, 0);
-    const QString value = text.section(QLatin1Char(' '), 1);
-    const auto numbers = value.split(QLatin1Char(' '));
-    const int number = numbers.value(0).toInt();
-    const int count = numbers.value(1).toInt();
-    if (name == QLatin1String("id") && isId(value))
-        chunk.message.id = value.toLatin1();
-    else if (name == QLatin1String("folder") && QDir::isAbsolutePath(value))
-        chunk.message.workingFolder = value;
-    else if (name == QLatin1String("token") && isValidToken(value.toUtf8()))
-        chunk.message.activationToken = value.toUtf8();
-    else if (name == QLatin1String("wait"))
-        chunk.message.isWaiting = true;
-    else if (name == QLatin1String("continued"))
-        chunk.isContinued = true;
-    else if (name == QLatin1String("mark"))
-        chunk.mark = value;
-    else if (name == QLatin1String("chunk") && number >= 1 && number <= count
-             && count <= maxChunks) {
-        chunk.number = number;
-        chunk.count = count;
-    }
-}
-
-QStringList withoutBlank(const QStringList& arguments)
-{
-    return arguments == noArguments() ? QStringList() : arguments;
 }
 
 } // namespace
@@ -127,51 +75,62 @@ QByteArray newLaunchId()
 
 QStringList enveloped(const LaunchMessage& message)
 {
-    return fieldsOf(message) + QStringList(sign) + message.arguments;
+    QJsonObject fields = {{idKey, QString::fromLatin1(message.id)}};
+    if (!message.workingFolder.isEmpty())
+        fields.insert(folderKey, message.workingFolder);
+    if (isValidToken(message.activationToken))
+        fields.insert(tokenKey, QString::fromLatin1(message.activationToken));
+    if (message.isWaiting)
+        fields.insert(waitKey, true);
+    return QStringList(envelopeWith(fields)) + message.arguments;
 }
 
 QList<QStringList> chunksOf(const LaunchMessage& message)
 {
-    const QStringList fields = fieldsOf(message);
-    const QStringList longest = {field(QStringLiteral("chunk %1 %1").arg(maxChunks)),
-                                 field(QStringLiteral("continued")), sign};
-    const auto parts = divided(message.arguments, maxBodySize - packedSize(fields + longest));
-    if (parts.size() == 1)
-        return {enveloped(message)};
-    QList<QStringList> lists;
-    for (const Part& part : parts) {
-        const auto number = lists.size() + 1;
-        QStringList list = fields;
-        list.append(field(QStringLiteral("chunk %1 %2").arg(number).arg(parts.size())));
-        if (part.isContinued)
-            list.append(field(QStringLiteral("continued")));
-        lists.append(list + QStringList(sign) + part.arguments);
+    const QStringList whole = enveloped(message);
+    if (SingleInstance::packedSize(whole) <= SingleInstance::maxBodySize)
+        return {whole};
+    const QByteArray bytes = SingleInstance::packArguments(whole); // an even number
+    const QString text(reinterpret_cast<const QChar*>(bytes.constData()), bytes.size() / 2);
+    const int count = (text.size() + maxChunkSize - 1) / maxChunkSize;
+    QList<QStringList> chunks;
+    for (int number = 1; number <= count; ++number) {
+        const QJsonObject fields = {{idKey, QString::fromLatin1(message.id)},
+                                    {chunkKey, QJsonArray{number, count}}};
+        chunks.append({envelopeWith(fields), text.mid((number - 1) * maxChunkSize, maxChunkSize)});
     }
-    return lists;
+    return chunks;
+}
+
+std::optional<LaunchMessage> joined(const QMap<int, QString>& chunks)
+{
+    QByteArray bytes;
+    for (const QString& text : chunks)
+        bytes.append(reinterpret_cast<const char*>(text.utf16()), 2 * text.size());
+    QStringList list;
+    if (SingleInstance::unpackArguments(bytes, list) != QDataStream::Ok)
+        return std::nullopt;
+    return opened(list).message;
 }
 
 QStringList markedList(const QString& mark)
 {
-    return {beginning(), field(QStringLiteral("mark ") + mark), sign};
+    return {envelopeWith({{markKey, mark}})};
 }
 
-Chunk opened(const QStringList& list)
+Received opened(const QStringList& list)
 {
-    Chunk chunk;
-    if (!isEnvelope(list)) {
-        chunk.message.arguments = withoutBlank(list);
-        return chunk;
+    Received received;
+    const QString envelope = list.value(0);
+    if (!envelope.startsWith(beginning)) {
+        if (list != SingleInstance::noArguments())
+            received.message.arguments = list;
+        return received;
     }
-    const auto end = std::find(list.begin(), list.end(), QString(sign));
-    for (auto each = list.begin(); each != end; ++each) {
-        if (each->startsWith(sign))
-            readField(each->mid(1), chunk);
-        else if (end == list.end()) // damaged
-            chunk.message.arguments.append(*each);
-    }
-    if (end != list.end())
-        chunk.message.arguments = list.mid(static_cast<int>(end - list.begin()) + 1);
-    return chunk;
+    received.message.arguments = list.mid(1);
+    const QByteArray fields = envelope.mid(envelope.indexOf(QLatin1Char('{'))).toUtf8();
+    readFields(QJsonDocument::fromJson(fields).object(), received);
+    return received;
 }
 
 } // namespace HostKit

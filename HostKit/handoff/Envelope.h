@@ -2,51 +2,59 @@
 
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
+#include <QtCore/QMap>
 #include <QtCore/QStringList>
+
+#include <memory>
+#include <optional>
 
 namespace HostKit {
 
+class AnswerChannel;
+
 /*
- * What a launch hands over: its arguments, and around them an envelope of strings of HostKit's own,
- * which docs/protocol.md describes. Everything in it was written by some local process: none of it
- * can be trusted. Any thread.
+ * What a launch hands over: a list whose first string is an envelope of HostKit's own, and whose
+ * other strings are the arguments. docs/protocol.md describes the envelope. Some local process
+ * wrote it: nothing in it can be trusted. Any thread.
  */
 
 /*! One launch, as the master receives it. */
 struct LaunchMessage {
-    QByteArray id; // 32 hexadecimal digits, or empty for a list without an envelope
+    QByteArray id; // 32 hexadecimal digits; empty for a list without an envelope
     QString workingFolder; // absolute, or empty
     QByteArray activationToken;
     bool isWaiting = false; // for an answer
     QStringList arguments;
+    std::shared_ptr<AnswerChannel> channel; // to the launch, in a process that received it
 };
 
-/*! One list of a launch, as it travels. */
-struct Chunk {
-    LaunchMessage message; // with the arguments of this chunk
-    int number = 1; // from 1 on
-    int count = 1;
-    bool isContinued = false; // its first argument goes on the last one of the chunk before
-    QString mark; // of a process that flushes its inbox: then this is no launch
+/*! A list that arrived. */
+struct Received {
+    LaunchMessage message;
+    int chunk = 1; // the number of this list among those of its launch, from 1
+    int chunkCount = 1; // if there are more, the only argument is a part of the launch
+    QString mark; // if it is not empty, this is no launch: see markedList()
 };
 
 /*! Returns 32 random hexadecimal digits. */
 QByteArray newLaunchId();
 
-/*! Returns the list that carries \a message, of any length. */
+/*! Returns the list that carries \a message, whatever its length. */
 QStringList enveloped(const LaunchMessage& message);
 
 /*! Returns the lists that carry \a message in order, each short enough for a hand-off. */
 QList<QStringList> chunksOf(const LaunchMessage& message);
 
-/*! Returns the list by which a process finds out that its inbox is complete up to here. */
+/*! Returns the launch that \a chunks carry, by their numbers; nothing if they do not fit together. */
+std::optional<LaunchMessage> joined(const QMap<int, QString>& chunks);
+
+/*! Returns a list with which a process finds out that its inbox is complete up to here. */
 QStringList markedList(const QString& mark);
 
 /*!
-    Reads \a list. A list without an envelope has arguments alone, and a single blank means no
-    arguments. Of a damaged envelope, or one of a later version, what can be read is used; no string
-    of an envelope is ever taken for an argument.
+    Reads \a list. A list without an envelope has only arguments; a single blank means none. Fields
+    that are unknown or wrong are ignored. An envelope is never taken for an argument.
 */
-Chunk opened(const QStringList& list);
+Received opened(const QStringList& list);
 
 } // namespace HostKit

@@ -1,46 +1,39 @@
 #pragma once
 
-#include <QtCore/QByteArray>
-#include <QtCore/QList>
-#include <QtCore/QStringList>
+#include "Envelope.h"
 
 namespace HostKit {
 
 /*
- * Lists that wait for the next master, in private files: what a process received and could not
- * deliver before it ended, and what a launch could hand to nobody. Each call of spool() makes a file
- * of its own in one step, so that any number of processes may do so at once, and a kill leaves a
- * whole file or none. The application's thread.
+ * Launches that wait for the next master, in private files: those that a process received and did
+ * not deliver before it ended, and those that no master could take. Each call of spool() creates one
+ * file in one step. So any number of processes may spool at once, and a kill leaves a whole file or
+ * none. The application's thread.
  *
- * A file that is damaged, or that others may write to, gets another name with a warning, and is not
- * used.
+ * A file that is damaged, or that others may write to, is renamed with a warning and not used.
  */
 
-/*! Returns whether lists wait. */
-bool hasSpooledLists();
+/*! Returns whether launches wait. */
+bool hasSpooled();
 
 /*!
-    Adds \a lists to those that wait. Returns a name for them, or nothing if none of them could be
-    written. A warning tells how many are lost, and why: the disk is full, or 64 MiB wait already.
+    Adds \a launches to those that wait, and tells those that wait for an answer. Returns a name for
+    unspool(), or nothing if none could be written. A warning says how many are lost, and why: the
+    disk is full, or 64 MiB wait already.
 */
-QString spool(const QList<QStringList>& lists);
+QString spool(const QList<LaunchMessage>& launches);
 
 /*!
-    Takes back what spool() gave the name \a name. Returns whether it was still there, so that no
-    other process has it.
+    Takes back what spool() wrote under the name \a name. Returns whether it was still there: then
+    no other process has it.
 */
 bool unspool(const QString& name);
 
 /*!
-    Returns all lists that wait, oldest first, and removes them: each list is returned once. A file
-    that cannot be removed is not used. Hold the launch lock.
+    Returns all launches that wait, oldest first, and removes them, so that each is returned once.
+    Connects to those that wait for an answer. A file that cannot be removed is not used. Hold the
+    launch lock.
 */
-QList<QStringList> takeSpooledLists();
-
-/*! Returns the directories in which lists may wait. */
-QStringList spoolDirectories();
-
-/*! Returns whether the launch with the identity \a id waits. Hold the launch lock. */
-bool isSpooled(const QByteArray& id);
+QList<LaunchMessage> takeSpooled();
 
 } // namespace HostKit

@@ -1,18 +1,13 @@
 #include "AnswerWait.h"
 
 #include "AnswerChannel.h"
-#include "Arbitration.h"
 #include "ConfigDirectory.h"
-#include "MessageSpool.h"
 
 #include <HostKit/Signals.h>
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QFileSystemWatcher>
 #include <QtCore/QSocketNotifier>
-#include <QtCore/QTimer>
 
-#include <cerrno>
 #include <cstdio>
 
 #include <sys/syscall.h>
@@ -23,20 +18,11 @@ namespace HostKit {
 namespace {
 
 constexpr int maxAnswerSize = 1 << 20; // bytes
-constexpr int lookAgainAtOnce = 100; // ms, behind a connection that is among the events
-constexpr int lookAgainLater = 1000;
-constexpr int lookNoMore = -1;
-
-/* Returns a descriptor that becomes readable when \a process ends, or -1. */
-int openProcess(quint32 process)
-{
-    return static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(process), 0));
-}
+constexpr int lastMoment = 1000; // ms, for a process that cannot be watched to connect
 
 } // namespace
 
-AnswerWait::AnswerWait(const QByteArray& launchId)
-    : id(launchId)
+AnswerWait::AnswerWait(const QByteArray& id)
 {
     server.setSocketOptions(QLocalServer::UserAccessOption);
     for (const QString& path : answerSockets(id)) {
@@ -48,9 +34,9 @@ AnswerWait::AnswerWait(const QByteArray& launchId)
 
 AnswerWait::~AnswerWait()
 {
-    if (receiver)
-        receiver->disconnect(this); // it goes with the server, after members that it would use
-    closeProcess();
+    stopWatching();
+    if (holder)
+        holder->disconnect(this);
 }
 
 bool AnswerWait::isListening() const
@@ -58,105 +44,94 @@ bool AnswerWait::isListening() const
     return server.isListening();
 }
 
-int AnswerWait::run(quint32 master)
+int AnswerWait::run(quint32 firstHolder)
 {
     quitOnSignals();
-    watch(master);
+    watch(firstHolder);
     QCoreApplication::exec();
     return exitCode;
 }
 
-/* The last one counts: the process that had the launch may be gone, unnoticed so far. */
+/* The last one counts: it may connect before the one that had the launch says that it moved. */
 void AnswerWait::accept()
 {
-    QLocalSocket* const socket = server.nextPendingConnection();
-    if (!socket)
-        return;
-    if (receiver) {
-        receiver->disconnect(this);
-        receiver->deleteLater();
+    while (QLocalSocket* const next = server.nextPendingConnection()) {
+        hasConnected = true;
+        if (holder) {
+            holder->disconnect(this);
+            holder.release()->deleteLater(); // it may be calling us
+        }
+        next->setParent(nullptr);
+        holder.reset(next);
+        received.clear();
+        stopWatching();
+        connect(next, &QLocalSocket::readyRead, this, &AnswerWait::read);
+        connect(next, &QLocalSocket::disconnected, this, &AnswerWait::lose);
     }
-    receiver = socket;
-    received.clear();
-    wasReceived = true;
-    closeProcess();
-    connect(socket, &QLocalSocket::readyRead, this, &AnswerWait::read);
-    connect(socket, &QLocalSocket::disconnected, this, [this] {
-        read();
-        receiver->deleteLater();
-        receiver = nullptr;
-        follow(lookAgainAtOnce);
-    });
     read();
 }
 
 void AnswerWait::read()
 {
-    if (receiver->isOpen())
-        received += receiver->read(maxAnswerSize - received.size());
-    Answer answer;
-    if (unpack(received, answer))
-        end(answer.exitCode, answer.text);
-}
-
-/*
- * Looks where the launch is, once its process is gone. It is in the spool; or a master took it from
- * there, under the launch lock, and connects; or it went down with its process. A master that got it
- * from another one may take a moment to connect.
- */
-void AnswerWait::follow(int lookAgain)
-{
-    if (receiver || hasEnded)
+    if (!holder)
         return;
-    const FileLock launchLock = takeLaunchLock(std::chrono::seconds(1));
-    spool = std::make_unique<QFileSystemWatcher>(spoolDirectories());
-    connect(
-        spool.get(), &QFileSystemWatcher::directoryChanged, this,
-        [this] { follow(lookAgainAtOnce); }, Qt::QueuedConnection);
-    if (isSpooled(id))
+    received += holder->read(maxAnswerSize - received.size());
+    const auto answer = unpacked(received);
+    if (!answer)
         return;
-    spool.reset();
-    if (!launchLock.isTaken()) // somebody starts or ends just now, and may have it
-        QTimer::singleShot(0, this, [this, lookAgain] { follow(lookAgain); });
-    else if (lookAgain >= 0)
-        QTimer::singleShot(lookAgain, this, [this] { follow(lookNoMore); });
+    holder->disconnect(this);
+    holder.release()->deleteLater();
+    if (answer->hasMoved)
+        watch(static_cast<quint32>(answer->value));
     else
-        end(1,
-            wasReceived ? QStringLiteral("the application ended without an answer\n")
-                        : QStringLiteral("the application ended before it opened this\n"));
+        end(answer->value, answer->text);
 }
 
-/* Waits for the end of the process that has the launch, unless it connects before. */
-void AnswerWait::watch(quint32 watched)
+void AnswerWait::lose()
 {
-    const int descriptor = watched == 0 ? -1 : openProcess(watched);
-    if (descriptor < 0) { // there is none, or it ended in this moment, or cannot be seen from here
-        if (watched == 0 || errno == ESRCH)
-            QTimer::singleShot(0, this, [this] { follow(lookAgainLater); });
+    read();
+    if (holder)
+        end(1, QStringLiteral("the application ended without an answer\n"));
+}
+
+/* Watches a process that has the launch and has not connected yet. */
+void AnswerWait::watch(quint32 process)
+{
+    hasConnected = false;
+    if (process == 0)
+        return;
+    const auto descriptor =
+        static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(process), 0));
+    if (descriptor < 0) { // it has ended, or this process may not see it
+        QMetaObject::invokeMethod(
+            this, [this] { giveUp(lastMoment); }, Qt::QueuedConnection);
         return;
     }
-    process = std::make_unique<QSocketNotifier>(descriptor, QSocketNotifier::Read);
-    connect(process.get(), &QSocketNotifier::activated, this, [this] {
-        closeProcess();
-        follow(lookAgainLater);
-    });
+    holderEnd = std::make_unique<QSocketNotifier>(descriptor, QSocketNotifier::Read);
+    connect(holderEnd.get(), &QSocketNotifier::activated, this, [this] { giveUp(0); });
 }
 
-void AnswerWait::closeProcess()
+/* Unless a connection is there that the event loop has not noticed yet. */
+void AnswerWait::giveUp(int timeout)
 {
-    if (!process)
+    stopWatching();
+    if (!hasConnected)
+        server.waitForNewConnection(timeout);
+    if (!hasConnected)
+        end(1, QStringLiteral("the application ended before it opened this\n"));
+}
+
+void AnswerWait::stopWatching()
+{
+    if (!holderEnd)
         return;
-    const auto descriptor = static_cast<int>(process->socket());
-    process->setEnabled(false);
-    process.release()->deleteLater(); // it may be calling us
-    ::close(descriptor);
+    holderEnd->setEnabled(false);
+    ::close(static_cast<int>(holderEnd->socket()));
+    holderEnd.release()->deleteLater(); // it may be calling us
 }
 
 void AnswerWait::end(int itsExitCode, const QString& text)
 {
-    if (hasEnded)
-        return;
-    hasEnded = true;
     exitCode = itsExitCode;
     std::fputs(text.toLocal8Bit().constData(), stderr);
     QCoreApplication::quit();

@@ -1,23 +1,24 @@
 #pragma once
 
 #include <QtCore/QByteArray>
-#include <QtCore/QPointer>
 #include <QtNetwork/QLocalServer>
 #include <QtNetwork/QLocalSocket>
 
 #include <memory>
 
-class QFileSystemWatcher;
 class QSocketNotifier;
 
 namespace HostKit {
 
 /*!
-    A launch that waits for the answer of the process that received it.
+    A launch that waits for its answer.
 
-    It follows its message from one process to the next, since a process that ends may have left it
-    in the spool. Needs an application object without windows, whose event loop
-    it runs. The thread of that object.
+    The process that has the launch connects and keeps the connection until it answers. If it hands
+    the launch on, it says to whom. Until the next process connects, the launch watches that process,
+    since it may be killed. What is in the spool needs no watch: whatever happens, some process takes
+    it from there.
+
+    Runs the event loop of an application object without windows, in that object's thread.
 */
 class AnswerWait : public QObject {
 public:
@@ -29,29 +30,28 @@ public:
     bool isListening() const;
 
     /*!
-        Waits for the answer, after the hand-over to the process \a master, or to the spool if that
-        is 0. Returns the exit code of this process: that of the answer, whose text goes to standard
-        error; 1 if the process that had the launch died, which is said there; 130 after a signal.
+        Waits for the answer, after the hand-over to the process \a holder, or to the spool if that
+        is 0. Returns the exit code for this process: that of the answer, whose text goes to standard
+        error; 1 if the process that had the launch died, which it also says there; 130 after a
+        signal.
     */
-    int run(quint32 master);
+    int run(quint32 holder);
 
 private:
     void accept();
     void read();
-    void follow(int lookAgain);
-    void watch(quint32 master);
-    void closeProcess();
+    void lose();
+    void watch(quint32 process);
+    void giveUp(int timeout);
+    void stopWatching();
     void end(int exitCode, const QString& text);
 
-    const QByteArray id;
     QLocalServer server;
-    QPointer<QLocalSocket> receiver; // the process that received the launch
-    QByteArray received;
-    std::unique_ptr<QSocketNotifier> process; // that has the launch, as far as is known
-    std::unique_ptr<QFileSystemWatcher> spool;
+    std::unique_ptr<QLocalSocket> holder; // the process that has the launch, once it has connected
+    std::unique_ptr<QSocketNotifier> holderEnd; // until then
+    QByteArray received; // from it
+    bool hasConnected = false; // since the launch moved last
     int exitCode = 130;
-    bool hasEnded = false;
-    bool wasReceived = false;
 };
 
 } // namespace HostKit

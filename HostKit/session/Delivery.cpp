@@ -32,16 +32,6 @@ bool InstanceSessionPrivate::hasReceiver() const
         && !session.signalsBlocked();
 }
 
-std::unique_ptr<AnswerChannel> InstanceSessionPrivate::channelOf(const LaunchMessage& message)
-{
-    const auto open = channels.find(message.id);
-    if (open == channels.end())
-        return message.isWaiting ? std::make_unique<AnswerChannel>(message.id) : nullptr;
-    auto channel = std::move(open->second);
-    channels.erase(open);
-    return channel;
-}
-
 /* One launch an iteration: the slot may quit, or run a loop of its own, which goes on with the next. */
 void InstanceSessionPrivate::deliver()
 {
@@ -49,8 +39,7 @@ void InstanceSessionPrivate::deliver()
         return;
     hasDelivered = true;
     const LaunchMessage message = inbox->takeFirst();
-    const ReceivedLaunch launch(
-        std::make_shared<ReceivedLaunchPrivate>(message, channelOf(message)));
+    const ReceivedLaunch launch(std::make_shared<ReceivedLaunchPrivate>(message));
     if (!inbox->isEmpty())
         idle.request();
     const QByteArray token = message.activationToken;

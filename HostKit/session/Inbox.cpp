@@ -13,12 +13,13 @@
 #include <utility>
 
 /*
- * A hand-off is done for its sender once the operating system has it. The master may not have read
- * it yet, nor even accepted the connection. The kernel queues connections in order, so that a
- * message that the master sends to itself is accepted after all others. It may still be read before
- * them, since an event loop serves the sockets that are ready in any order, and a long message takes
- * more than one iteration. So marks go one after the other until several in a row found nothing
- * between them: each takes two iterations at least, in which all others were served.
+ * For its sender, a hand-off is done once the operating system has it. At that moment the master may
+ * not have read it, nor even accepted the connection. The kernel queues connections in order: a
+ * message that the master sends to itself is accepted after all earlier ones. But it may be read
+ * before them, since an event loop serves sockets that are ready in any order, and a long message
+ * takes more than one iteration. So the flush sends one mark after another, until several in a row
+ * arrived with nothing between them. Each mark takes at least two iterations, in which all other
+ * sockets were served.
  */
 
 namespace HostKit {
@@ -35,29 +36,16 @@ constexpr qint64 maxIncompleteSize = 32 << 20;
 
 qint64 sizeOf(const LaunchMessage& message)
 {
-    return packedSize(enveloped(message)) + qint64(sizeof message);
-}
-
-/* Returns the launch whose chunks are all there. */
-LaunchMessage joined(const QMap<int, Chunk>& chunks)
-{
-    LaunchMessage message = chunks.first().message;
-    message.arguments.clear();
-    for (const Chunk& chunk : chunks) {
-        QStringList arguments = chunk.message.arguments;
-        if (chunk.isContinued && !message.arguments.isEmpty() && !arguments.isEmpty())
-            message.arguments.last() += arguments.takeFirst();
-        message.arguments += arguments;
-    }
-    return message;
+    return packedSize(message.arguments) + packedSize(message.workingFolder)
+        + qint64(sizeof message);
 }
 
 } // namespace
 
-Inbox::Inbox(const QList<QStringList>& older)
+Inbox::Inbox(const QList<LaunchMessage>& older)
 {
-    for (const QStringList& list : older)
-        add(list);
+    for (const LaunchMessage& message : older)
+        append(message);
 }
 
 void Inbox::fillFrom(SingleInstanceController& controller, const std::shared_ptr<Inbox>& inbox,
@@ -76,49 +64,55 @@ void Inbox::takeFrom(SingleInstanceController& controller)
     const std::lock_guard<std::mutex> lock(mutex); // two threads at the start, but one order
     for (const QStringList& list : controller.takeMessages()) {
         ++allArrived;
-        add(list);
+        add(opened(list));
     }
     changed.notify_one();
 }
 
-void Inbox::add(const QStringList& list)
+void Inbox::add(const Received& received)
 {
-    const Chunk chunk = opened(list);
-    if (!chunk.mark.isEmpty()) {
-        marks += chunk.mark == mark ? 1 : 0; // another one is of a process that had our port
-        return;
-    }
-    const qint64 added = sizeOf(chunk.message);
-    if (size + added > maxSize) {
-        if (!std::exchange(isRefusing, true))
-            qWarning("HostKit: launches are refused, since 64 MiB of arguments wait already");
-        if (chunk.message.isWaiting)
-            AnswerChannel(chunk.message.id)
-                .send(1, QStringLiteral("too many launches wait already\n"));
-    } else if (chunk.count > 1 && !chunk.message.id.isEmpty()) {
-        join(chunk, added);
-    } else {
-        messages.append(chunk.message);
-        size += added;
-    }
+    if (!received.mark.isEmpty())
+        marks += received.mark == mark ? 1 : 0; // another one is of a process that had our port
+    else if (received.chunkCount > 1)
+        join(received);
+    else
+        append(received.message);
 }
 
-void Inbox::join(const Chunk& chunk, qint64 added)
+void Inbox::append(const LaunchMessage& message)
 {
-    const QByteArray id = chunk.message.id;
+    LaunchMessage added = message;
+    if (!added.channel)
+        connectBack(added);
+    if (size + sizeOf(added) <= maxSize) {
+        messages.append(added);
+        size += sizeOf(added);
+        return;
+    }
+    if (!std::exchange(isRefusing, true))
+        qWarning("HostKit: launches are refused, since 64 MiB of arguments wait already");
+    if (added.channel)
+        added.channel->send({false, 1, QStringLiteral("too many launches wait already\n")});
+}
+
+void Inbox::join(const Received& received)
+{
+    const QByteArray id = received.message.id;
+    const QString text = received.message.arguments.value(0);
     if (!incomplete.contains(id))
         incomplete[id].number = ++incompleteNumber;
     Incomplete& launch = incomplete[id];
-    if (launch.chunks.contains(chunk.number))
+    if (launch.chunks.contains(received.chunk))
         return; // a launch that hands over once more begins anew
-    launch.chunks.insert(chunk.number, chunk);
+    launch.chunks.insert(received.chunk, text);
+    const qint64 added = packedSize(text) + qint64(sizeof launch);
     launch.size += added;
     incompleteSize += added;
-    if (launch.chunks.size() == chunk.count) {
+    if (launch.chunks.size() == received.chunkCount) {
         const Incomplete whole = incomplete.take(id);
         incompleteSize -= whole.size;
-        messages.append(joined(whole.chunks));
-        size += sizeOf(messages.last());
+        if (const auto message = joined(whole.chunks))
+            append(*message);
     }
     while (incompleteSize > maxIncompleteSize)
         dropOldestIncomplete();
@@ -149,14 +143,11 @@ LaunchMessage Inbox::takeFirst()
     return message;
 }
 
-QList<QStringList> Inbox::takeAll()
+QList<LaunchMessage> Inbox::takeAll()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     size = 0;
-    QList<QStringList> lists;
-    for (const LaunchMessage& message : std::exchange(messages, {}))
-        lists.append(enveloped(message));
-    return lists;
+    return std::exchange(messages, {});
 }
 
 /* Returns whether it arrived in time. */

@@ -22,57 +22,56 @@ namespace HostKit {
 /*!
     The launches that the application has not received yet, oldest first.
 
-    It empties the controller's inbox as that fills, in the master's own thread, and joins the lists
-    of a launch. So what arrives until that thread has ended outlives the controller. It keeps 64 MiB;
-    a list that finds no place is refused with a warning. Any thread.
+    It empties the controller's inbox as that fills, in the master's server thread, joins the chunks
+    of a launch, and connects to launches that wait for an answer. So what arrives until that thread
+    has ended outlives the controller. It keeps 64 MiB and refuses what exceeds that, with a warning.
+    Any thread.
 */
 class Inbox {
 public:
-    /*! Begins with \a older lists, of a process before. */
-    explicit Inbox(const QList<QStringList>& older);
+    /*! Begins with the launches \a older, of a process before this one. */
+    explicit Inbox(const QList<LaunchMessage>& older);
 
     /*!
-        Lets \a inbox take over all lists of \a controller, those that are there and those to come.
-        Calls \a arrived in the master's thread behind each of the latter. Keeps the inbox for as
-        long as the controller lives.
+        Makes \a inbox take all lists of \a controller, present and future. Calls \a arrived in the
+        server thread after each future one. Keeps the inbox for as long as the controller lives.
     */
     static void fillFrom(SingleInstance::SingleInstanceController& controller,
                          const std::shared_ptr<Inbox>& inbox, const std::function<void()>& arrived);
 
     bool isEmpty();
     LaunchMessage takeFirst();
-
-    /*! Returns the lists that carry the launches, and removes these. */
-    QList<QStringList> takeAll();
+    QList<LaunchMessage> takeAll();
 
     /*!
-        Waits until everything has arrived that was handed over to this process, which listens on
-        \a port, before this call. Blocks for a second at most, normally for a millisecond; needs no
-        event loop. Returns whether it has.
+        Waits until everything has arrived that was handed over to this process before this call.
+        This process listens on \a port. Blocks for a second at most, usually for a millisecond; needs
+        no event loop. Returns whether everything has arrived.
     */
     bool flush(quint16 port);
 
 private:
-    /* The chunks of a launch of which some are missing. */
+    /* A launch of which some chunks are missing. */
     struct Incomplete {
-        QMap<int, Chunk> chunks;
+        QMap<int, QString> chunks;
         qint64 size = 0;
         qint64 number = 0; // the lower, the older
     };
 
     void takeFrom(SingleInstance::SingleInstanceController& controller);
-    void add(const QStringList& list);
-    void join(const Chunk& chunk, qint64 size);
+    void add(const Received& received);
+    void join(const Received& received);
+    void append(const LaunchMessage& message);
     void dropOldestIncomplete();
     bool sendMark(quint16 port, const QDeadlineTimer& deadline);
     int countArrived();
 
-    // Members, for what is static may be gone when exit() ends the session.
+    // Not static: exit() may destroy static objects before it ends the session.
     const QString mark = QUuid::createUuid().toString();
     std::mutex mutex;
     std::condition_variable changed;
     QList<LaunchMessage> messages;
-    QHash<QByteArray, Incomplete> incomplete; // by the identity of the launch
+    QHash<QByteArray, Incomplete> incomplete; // by the id of the launch
     qint64 size = 0; // of the messages, in bytes
     qint64 incompleteSize = 0;
     qint64 incompleteNumber = 0;

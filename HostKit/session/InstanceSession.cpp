@@ -1,10 +1,8 @@
 #include "InstanceSessionPrivate.h"
 
-#include "ActivationToken.h"
 #include "Arbitration.h"
 #include "ConfigDirectory.h"
 #include "DesktopWindows.h"
-#include "FileName.h"
 #include "LaunchPrivate.h"
 #include "MasterLock.h"
 #include "MessageSpool.h"
@@ -13,11 +11,9 @@
 #include "Successor.h"
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QFile>
 #include <QtCore/QMetaMethod>
 #include <QtCore/QScopeGuard>
 #include <QtCore/QThread>
-#include <QtCore/QVariant>
 
 #include <cstdlib>
 #include <utility>
@@ -32,16 +28,6 @@ namespace {
 
 /* A property of the application object, which all copies of this library in a process share. */
 constexpr auto openProperty = "HostKit session is open";
-
-LaunchMessage ownMessage()
-{
-    LaunchMessage message;
-    message.id = newLaunchId();
-    message.activationToken = ownActivationToken();
-    message.workingFolder = QFile::decodeName(workingFolder());
-    message.arguments = QCoreApplication::arguments().mid(1);
-    return message;
-}
 
 /*
  * startSingleInstance() refuses arguments that take more than a message, although a master hands
@@ -112,7 +98,9 @@ void InstanceSessionPrivate::open()
 /* Without a Launch. */
 void InstanceSessionPrivate::decideAlone()
 {
-    Decision decision = decide(ownMessage());
+    LaunchMessage message = thisLaunch();
+    message.arguments = QCoreApplication::arguments().mid(1);
+    Decision decision = decide(message);
     const bool isHandedOver = decision.outcome == Outcome::HandedOver;
     start(std::move(decision));
     if (isHandedOver)
@@ -152,13 +140,8 @@ void InstanceSessionPrivate::becomeMaster(SingleInstanceController& controller)
                         &QObject::deleteLater);
     warnIfWritableByOthers();
     masterLock = takeMasterLock();
-    const QList<QStringList> spooled = takeSpooledLists();
+    const QList<LaunchMessage> spooled = takeSpooled();
     tookSpooled = !spooled.isEmpty();
-    for (const QStringList& list : spooled) { // which those that wait have to learn under this lock
-        const LaunchMessage message = opened(list).message;
-        if (message.isWaiting)
-            channels[message.id] = std::make_unique<AnswerChannel>(message.id);
-    }
     inbox = std::make_shared<Inbox>(spooled);
     Inbox::fillFrom(controller, inbox, [this] { idle.request(); });
     if (readMasterPid() == GetCurrentProcessId()) // else another process may be master by now

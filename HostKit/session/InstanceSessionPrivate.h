@@ -2,12 +2,10 @@
 
 #include <HostKit/InstanceSession.h>
 
-#include "AnswerChannel.h"
 #include "FileLock.h"
 #include "IdleIteration.h"
 #include "Inbox.h"
 
-#include <map>
 #include <memory>
 
 #include <sys/types.h>
@@ -41,8 +39,7 @@ private:
     void start(Decision decision);
     void becomeMaster(SingleInstance::SingleInstanceController& controller);
     bool hasReceiver() const;
-    std::unique_ptr<AnswerChannel> channelOf(const LaunchMessage& message);
-    QList<QStringList> stopMaster();
+    QList<LaunchMessage> stopMaster();
     void startAnother() const;
     static void closeAtExit();
 
@@ -52,9 +49,8 @@ private:
     const pid_t process; // a forked child has a copy of all this
     FileLock masterLock; // held for as long as this process is the master
     std::shared_ptr<Inbox> inbox; // a master's
-    std::map<QByteArray, std::unique_ptr<AnswerChannel>> channels; // of launches from the spool
     quint16 port = 0; // on which this process is the master
-    bool tookSpooled = false; // lists of a process before
+    bool tookSpooled = false; // launches of a process before
     bool hasDelivered = false;
 };
 

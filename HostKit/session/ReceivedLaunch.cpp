@@ -1,26 +1,30 @@
 #include <HostKit/ReceivedLaunch.h>
 
+#include "AnswerChannel.h"
 #include "ReceivedLaunchPrivate.h"
 
 #include <utility>
 
 namespace HostKit {
 
-ReceivedLaunchPrivate::ReceivedLaunchPrivate(const LaunchMessage& received,
-                                             std::unique_ptr<AnswerChannel> itsChannel)
+ReceivedLaunchPrivate::ReceivedLaunchPrivate(const LaunchMessage& received)
     : message(received)
-    , channel(std::move(itsChannel))
 {
 }
 
 ReceivedLaunchPrivate::~ReceivedLaunchPrivate()
 {
-    if (channel)
-        channel->send(0, {});
+    answer(0, {});
+}
+
+void ReceivedLaunchPrivate::answer(int exitCode, const QString& text) const
+{
+    if (message.channel)
+        message.channel->send({false, exitCode, text});
 }
 
 ReceivedLaunch::ReceivedLaunch()
-    : d(std::make_shared<ReceivedLaunchPrivate>(LaunchMessage(), nullptr))
+    : d(std::make_shared<ReceivedLaunchPrivate>(LaunchMessage()))
 {
 }
 
@@ -45,13 +49,12 @@ QString ReceivedLaunch::workingFolder() const
 
 bool ReceivedLaunch::isWaiting() const
 {
-    return d->channel && d->channel->isOpen();
+    return d->message.channel && d->message.channel->isOpen();
 }
 
 void ReceivedLaunch::answer(int exitCode, const QString& text) const
 {
-    if (d->channel)
-        d->channel->send(exitCode, text);
+    d->answer(exitCode, text);
 }
 
 } // namespace HostKit

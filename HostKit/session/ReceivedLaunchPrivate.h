@@ -1,21 +1,20 @@
 #pragma once
 
-#include "AnswerChannel.h"
 #include "Envelope.h"
-
-#include <memory>
 
 namespace HostKit {
 
 /*! What all copies of a received launch share. The application's thread. */
 struct ReceivedLaunchPrivate {
-    /*! With the \a channel of a launch that waits, or null. */
-    ReceivedLaunchPrivate(const LaunchMessage& received, std::unique_ptr<AnswerChannel> channel);
+    explicit ReceivedLaunchPrivate(const LaunchMessage& received);
+
+    /*! Ends the wait of the launch with the exit code 0, if it still waits. */
     ~ReceivedLaunchPrivate();
     Q_DISABLE_COPY_MOVE(ReceivedLaunchPrivate)
 
+    void answer(int exitCode, const QString& text) const;
+
     const LaunchMessage message;
-    const std::unique_ptr<AnswerChannel> channel;
 };
 
 } // namespace HostKit

@@ -20,20 +20,19 @@ void InstanceSessionPrivate::close()
         return;
     {
         const FileLock launchLock = takeLaunchLock();
-        QList<QStringList> left = stopMaster();
+        QList<LaunchMessage> left = stopMaster();
         if (launchLock.isTaken()) // another master took our place when we could not be reached
             left = passOn(left);
         if (!left.isEmpty())
             spool(left);
-        channels.clear();
     }
     // Also what launches left for a master, since they waited in vain for this end.
-    if (hasSpooledLists())
+    if (hasSpooled())
         startAnother();
 }
 
 /* Gives the port back. Returns what was handed over and not delivered. */
-QList<QStringList> InstanceSessionPrivate::stopMaster()
+QList<LaunchMessage> InstanceSessionPrivate::stopMaster()
 {
     if (SingleInstance::findController() && (port == 0 || !inbox->flush(port)))
         qWarning("HostKit: what was handed over last may be lost, the master cannot be reached");
