@@ -5,8 +5,7 @@
  * Prints one line a result: what, ours, floor, unit, by tabs; and "size" lines for the plot.
  */
 
-#include "Foreground.h"
-#include "MasterProbe.h"
+#include "ConfigDirectory.h"
 #include "MessageFormat.h"
 #include "MessageSender.h"
 #include "Registry.h"
@@ -15,28 +14,20 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QProcess>
+#include <QtCore/QFile>
 #include <QtCore/QSemaphore>
-#include <QtCore/QThread>
 #include <QtNetwork/QNetworkProxy>
-#include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstdio>
 #include <functional>
-#include <memory>
-#include <thread>
 #include <vector>
 
 #include <fcntl.h>
-#include <malloc.h>
-#include <netinet/in.h>
 #include <spawn.h>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -45,17 +36,20 @@ using namespace SingleInstance;
 
 namespace {
 
-using Action = std::function<void()>;
+/* Does something once; returns how long it took, in microseconds. */
+using Action = std::function<double()>;
 
 QSemaphore received; // released in the master's thread for each list
 
-double median(std::vector<double> values)
+double timeOf(const std::function<void()>& work)
 {
-    std::nth_element(values.begin(), values.begin() + long(values.size() / 2), values.end());
-    return values[values.size() / 2];
+    QElapsedTimer timer;
+    timer.start();
+    work();
+    return double(timer.nsecsElapsed()) / 1000;
 }
 
-/* Runs the actions in turns; returns the median time of each in microseconds. */
+/* Runs the actions in turns; returns the median time of each. */
 std::vector<double> measure(int rounds, const std::vector<Action>& actions)
 {
     std::vector<std::vector<double>> times(actions.size());
@@ -63,16 +57,17 @@ std::vector<double> measure(int rounds, const std::vector<Action>& actions)
         rounds = std::max(5, rounds * qEnvironmentVariableIntValue("BENCH_PERCENT") / 100);
     for (int round = -rounds / 10; round < rounds; ++round) { // the first warm up
         for (size_t i = 0; i < actions.size(); ++i) {
-            QElapsedTimer timer;
-            timer.start();
-            actions[i]();
+            const double time = actions[i]();
             if (round >= 0)
-                times[i].push_back(double(timer.nsecsElapsed()) / 1000);
+                times[i].push_back(time);
         }
     }
     std::vector<double> medians;
-    for (const auto& each : times)
-        medians.push_back(median(each));
+    for (auto& each : times) {
+        const auto middle = each.begin() + long(each.size() / 2);
+        std::nth_element(each.begin(), middle, each.end());
+        medians.push_back(*middle);
+    }
     return medians;
 }
 
@@ -83,12 +78,13 @@ void print(const char* what, double ours, double floor, const char* unit)
 }
 
 /* As a session's, whose launches take a master without the lock for crashed. */
-void becomeMaster()
+void becomeMaster(const char* organisation, const char* application)
 {
+    QCoreApplication::setOrganizationName(QString::fromLatin1(organisation));
+    QCoreApplication::setApplicationName(QString::fromLatin1(application));
     startSingleInstance();
-    const QByteArray lock = qgetenv("XDG_CONFIG_HOME") + '/'
-        + QCoreApplication::organizationName().toUtf8() + '/'
-        + QCoreApplication::applicationName().toUtf8() + "/master.lock";
+    const QByteArray lock =
+        QFile::encodeName(HostKit::configDirectory() + QLatin1String("/master.lock"));
     ::flock(::open(lock.constData(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR), LOCK_SH);
     QObject::connect(findController(), &SingleInstanceController::messageReceived, [] {
         findController()->takeMessages();
@@ -96,10 +92,14 @@ void becomeMaster()
     });
 }
 
-void sendByLibrary(const QByteArray& body)
+Action byLibrary(const QByteArray& body)
 {
-    sendToMaster(body);
-    received.acquire();
+    return [body] {
+        return timeOf([&body] {
+            sendToMaster(body);
+            received.acquire();
+        });
+    };
 }
 
 /* The same calls on the same kind of socket, and nothing else. */
@@ -116,19 +116,9 @@ void sendByQt(const QByteArray& body, quint16 port)
     received.acquire();
 }
 
-void sendBySystem(const QByteArray& body, quint16 port)
+Action byQt(const QByteArray& body)
 {
-    const QByteArray message = prefixed(body);
-    sockaddr_in6 address = {};
-    address.sin6_family = AF_INET6;
-    address.sin6_port = htons(port);
-    address.sin6_addr = in6addr_loopback;
-    const int connection = ::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (::connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0
-        || ::write(connection, message.constData(), size_t(message.size())) != message.size())
-        qFatal("cannot reach the master by IPv6");
-    ::close(connection);
-    received.acquire();
+    return [body, port = readMasterPort()] { return timeOf([&] { sendByQt(body, port); }); };
 }
 
 QByteArray bodyOf(int size)
@@ -138,22 +128,15 @@ QByteArray bodyOf(int size)
 
 void measureHandOffs()
 {
-    const quint16 port = readMasterPort();
     const QByteArray file = packArguments({QStringLiteral("a.txt")});
-    const QByteArray longest = bodyOf(65534);
-    const auto small = measure(1000,
-                               {[&] { sendByLibrary(file); }, [&] { sendByQt(file, port); },
-                                [&] { sendBySystem(file, port); }});
+    const auto small = measure(1000, {byLibrary(file), byQt(file)});
     print("one hand-off of a.txt, beside QTcpSocket", small[0], small[1], "µs");
-    print("one hand-off of a.txt, beside the system's calls", small[0], small[2], "µs");
-    const auto large =
-        measure(500, {[&] { sendByLibrary(longest); }, [&] { sendByQt(longest, port); }});
-    print("one hand-off of 65,534 bytes", large[0], large[1], "µs");
     for (const int size : {18, 1024, 4096, 16384, 32768, 49152, 65534}) {
         const QByteArray body = bodyOf(size);
-        const auto times =
-            measure(200, {[&] { sendByLibrary(body); }, [&] { sendByQt(body, port); }});
+        const auto times = measure(300, {byLibrary(body), byQt(body)});
         std::printf("size\t%d\t%.4g\t%.4g\n", size, times[0], times[1]);
+        if (size == 65534)
+            print("one hand-off of 65,534 bytes", times[0], times[1], "µs");
     }
 }
 
@@ -178,23 +161,6 @@ pid_t start(const char* program, int& output)
     return child;
 }
 
-/*
- * Returns how long it takes from the start of a program until it has happened, in milliseconds. The
- * end of the process is waited for and not measured.
- */
-double startUntil(const char* program, const std::function<void(int)>& happened)
-{
-    QElapsedTimer timer;
-    int output = 0;
-    timer.start();
-    const pid_t child = start(program, output);
-    happened(output);
-    const double time = double(timer.nsecsElapsed()) / 1e6;
-    ::waitpid(child, nullptr, 0);
-    ::close(output);
-    return time;
-}
-
 void handedOver(int /*output*/)
 {
     received.acquire();
@@ -207,58 +173,51 @@ void saysSo(int output)
         qFatal("the program is silent");
 }
 
-struct Start {
-    const char* program;
-    void (*isDone)(int);
-};
-
-/* Starts the programs in turns; returns the median time of each in milliseconds. */
-std::vector<double> measureStarts(int rounds, const std::vector<Start>& starts)
+/*
+ * Starts a program and waits until it has \a happened. The end of the process is waited for and not
+ * measured.
+ */
+Action startOf(const char* program, void (*happened)(int))
 {
-    if (qEnvironmentVariableIsSet("BENCH_PERCENT"))
-        rounds = std::max(5, rounds * qEnvironmentVariableIntValue("BENCH_PERCENT") / 100);
-    std::vector<std::vector<double>> times(starts.size());
-    for (int round = 0; round < rounds; ++round) {
-        for (size_t i = 0; i < starts.size(); ++i)
-            times[i].push_back(startUntil(starts[i].program, starts[i].isDone));
-    }
-    std::vector<double> medians;
-    for (const auto& each : times)
-        medians.push_back(median(each));
-    return medians;
+    return [program, happened] {
+        int output = 0;
+        pid_t child = 0;
+        const double time = timeOf([&] {
+            child = start(program, output);
+            happened(output);
+        });
+        ::waitpid(child, nullptr, 0);
+        ::close(output);
+        return time / 1000; // ms
+    };
 }
 
 void measureLaunches()
 {
-    const auto times = measureStarts(500,
-                                     {{PROGRAMS "bench_launch", handedOver},
-                                      {PROGRAMS "bench_floor", saysSo},
-                                      {PROGRAMS "bench_floor_linked", saysSo}});
+    const auto times = measure(500,
+                               {startOf(PROGRAMS "bench_launch", handedOver),
+                                startOf(PROGRAMS "bench_floor", saysSo),
+                                startOf(PROGRAMS "bench_floor_linked", saysSo)});
     print("a second launch, process start to list in the inbox", times[0], times[1], "ms");
     print("the same, beside a program that links the same", times[0], times[2], "ms");
-    const quint16 port = readMasterPort();
-    const auto asked = measure(500, {[port] { HostKit::isReachable(port); }});
-    print("asking whether the master can be reached, in each launch", asked[0], 0, "µs");
 }
 
 /* With windows, on the display of the environment. */
 void measureLaunchesOfApplications()
 {
-    QCoreApplication::setOrganizationName(QStringLiteral("SingleInstance"));
-    QCoreApplication::setApplicationName(QStringLiteral("viewer"));
     const QByteArray home = qgetenv("XDG_CONFIG_HOME");
     qputenv("XDG_CONFIG_HOME", home + "/first");
-    const auto first = measureStarts(
-        150,
-        {{PROGRAMS "bench_application_launch", saysSo}, {PROGRAMS "bench_application", saysSo}});
+    const auto first = measure(150,
+                               {startOf(PROGRAMS "bench_application_launch", saysSo),
+                                startOf(PROGRAMS "bench_application", saysSo)});
     qputenv("XDG_CONFIG_HOME", home);
-    becomeMaster();
-    const auto second = measureStarts(200,
-                                      {{VIEWER, handedOver},
-                                       {PROGRAMS "bench_floor_widgets", saysSo},
-                                       {PROGRAMS "bench_application", handedOver},
-                                       {PROGRAMS "bench_application_parser", handedOver},
-                                       {PROGRAMS "bench_application_launch", handedOver}});
+    becomeMaster("SingleInstance", "viewer");
+    const auto second =
+        measure(200,
+                {startOf(VIEWER, handedOver), startOf(PROGRAMS "bench_floor_widgets", saysSo),
+                 startOf(PROGRAMS "bench_application", handedOver),
+                 startOf(PROGRAMS "bench_application_parser", handedOver),
+                 startOf(PROGRAMS "bench_application_launch", handedOver)});
     stopSingleInstance();
     print("a second launch of the viewer, process start to list in the inbox", second[0], second[1],
           "ms");
@@ -268,47 +227,16 @@ void measureLaunchesOfApplications()
           first[1], "ms");
 }
 
-/* On the display of the environment, with a window manager. */
-void measureForeground(int windows)
-{
-    QProcess desktop;
-    desktop.start(QStringLiteral(PROGRAMS "bench_windows"), {QString::number(windows)});
-    const QString count = QStringLiteral("xprop -root _NET_CLIENT_LIST | grep -o 0x | wc -l");
-    for (int i = 0; i < 200; ++i) {
-        QProcess probe;
-        probe.start(QStringLiteral("sh"), {QStringLiteral("-c"), count});
-        probe.waitForFinished();
-        if (probe.readAll().trimmed().toInt() == windows)
-            break;
-        QThread::msleep(50);
-    }
-    writeMasterPid(quint32(desktop.processId()));
-    std::vector<double> times;
-    for (int i = 0; i < 20; ++i) {
-        QElapsedTimer timer;
-        timer.start();
-        bringMasterToForeground();
-        times.push_back(double(timer.nsecsElapsed()) / 1e6);
-    }
-    const QByteArray what = "the window to the front, among " + QByteArray::number(windows);
-    print(what.constData(), median(times), 0, "ms");
-    desktop.closeWriteChannel();
-    desktop.waitForFinished();
-}
-
 } // namespace
 
 int main(int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("bench"));
     if (argc > 1) {
-        measureForeground(5);
-        measureForeground(200);
         measureLaunchesOfApplications();
         return 0;
     }
-    becomeMaster();
+    becomeMaster("", "bench");
     measureHandOffs();
     measureLaunches();
     stopSingleInstance();

@@ -1,28 +1,9 @@
 #include "DesktopWindows.h"
 #include "Foreground.h"
-#include "MessageFormat.h"
-#include "MessageSender.h"
-#include "Receiver.h"
-#include "Registry.h"
-#include "ScriptedHost.h"
-#include "SettingsSlot.h"
-#include "SingleInstanceController.h"
-#include "System.h"
-#include "Table.h"
+#include "Master.h"
 
-#include <QtNetwork/QTcpServer>
-#include <QtNetwork/QTcpSocket>
-
-#include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <future>
-#include <memory>
-#include <vector>
-
-#include <unistd.h>
 
 using namespace SingleInstance;
 
@@ -77,83 +58,13 @@ BOOL SetForegroundWindow(HWND window)
 
 namespace {
 
-/* An application object with arguments of its own. */
-struct Application {
-    explicit Application(const QStringList& arguments = {})
-    {
-        for (const QString& argument : QStringList("program") + arguments)
-            texts.push_back(argument.toUtf8());
-        for (QByteArray& text : texts)
-            pointers.push_back(text.data());
-        application =
-            std::make_unique<QCoreApplication>(count = int(texts.size()), pointers.data());
-    }
-    std::vector<QByteArray> texts;
-    std::vector<char*> pointers;
-    int count = 0;
-    std::unique_ptr<QCoreApplication> application;
-};
-
-/* That of a master in this process. */
-struct Master : Application {
-    const SingleInstanceState state = startSingleInstance();
-    SingleInstanceController* const controller = findController();
-
-    /* Whether nothing arrives for a while, for which hardly any time is spent. */
-    bool rests(int milliseconds) const
-    {
-        const auto before = processorTime();
-        const auto receives = [this] { return !controller->peekMessages().isEmpty(); };
-        return !QTest::qWaitFor(receives, milliseconds)
-            && processorTime() - before < std::chrono::milliseconds(milliseconds) / 2;
-    }
-};
-
-bool handOver(const QStringList& list)
-{
-    return sendToMaster(packArguments(list));
-}
-
-/* Returns whether \a name arrives. */
-bool reaches(SingleInstanceController* controller, const QString& name)
-{
-    return handOver({name})
-        && QTest::qWaitFor([&] { return controller->takeMessages().contains({name}); });
-}
-
-/* The descriptor of a socket or server, in the type that the system gives it. */
-template <typename Socket> auto descriptorOf(const Socket& socket)
-{
-    return static_cast<decltype(::socket(0, 0, 0))>(socket.socketDescriptor());
-}
-
-/* Connects all to the master, and has each send \a bytes; in step with \a controller, if given. */
-void connectAll(SingleInstanceController* controller, std::vector<QTcpSocket>& clients,
-                const QByteArray& bytes, bool reset = false)
-{
-    int connected = 0;
-    static const bool hasIPv6 = QTcpServer().listen(QHostAddress::LocalHostIPv6);
-    const linger end = {reset, 0};
-    for (QTcpSocket& client : clients) {
-        client.connectToHost(hasIPv6 ? QHostAddress::LocalHostIPv6 : QHostAddress::LocalHost,
-                             readMasterPort());
-        if (!client.waitForConnected())
-            qFatal("no connection");
-        ::setsockopt(descriptorOf(client), SOL_SOCKET, SO_LINGER,
-                     reinterpret_cast<const char*>(&end), sizeof end);
-        client.write(bytes);
-        client.waitForBytesWritten();
-        if (controller && ++connected % 25 == 0 && !reaches(controller, "paced"))
-            qFatal("the queue is not served");
-    }
-}
-
 /* The lines of this machine, where IPv6 may be missing, as one that has it writes them. */
 QStringList logWithIPv6()
 {
-    return ScriptedHost::takeLog()
-        .replaceInStrings("listening on IPv4.", "listening on IPv6.")
-        .replaceInStrings(QRegularExpression("(by IPv6, error:) .*"), "\\1 any");
+    QStringList lines = ScriptedHost::takeLog();
+    if (!QTcpServer().listen(QHostAddress::LocalHostIPv6))
+        lines.replaceInStrings("listening on IPv4.", "listening on IPv6.");
+    return lines.replaceInStrings(QRegularExpression("(by IPv6, error:) .*"), "\\1 any");
 }
 
 /* Returns the lines of the log that \a names stand for, one after the other. */
@@ -178,7 +89,6 @@ private Q_SLOTS:
     {
         ScriptedHost::reset();
         windowOwners = {6, gone, 5, 5};
-        refusedFamilies.clear();
     }
 
     void cleanup()
@@ -242,39 +152,6 @@ private Q_SLOTS:
         }
     }
 
-    void endsTheProcessOnABrokenPrecondition_data()
-    {
-        QTest::addColumn<int>("size"); // of a body; without one a socket is missing
-        QTest::newRow("sending empty message not supported!") << 0;
-        QTest::newRow("sending message is too long!") << 65536;
-        QTest::newRow("Receiver cannot work with a null socket!") << -1;
-    }
-
-    /* And lets go of Qt's messages before. */
-    void endsTheProcessOnABrokenPrecondition()
-    {
-        QFETCH(int, size);
-        static QtMessageHandler usual = nullptr;
-        if (!isLinux)
-            QSKIP("there is no child process with the same memory");
-        const int code = exitCodeOfChild([size] {
-            usual = qInstallMessageHandler(nullptr);
-            qInstallMessageHandler(usual);
-            HostKit::catchQtMessages(true);
-            std::signal(SIGABRT, [](int) {
-                const QByteArray message = "5 " + QByteArray(QTest::currentDataTag());
-                const bool isRight = qInstallMessageHandler(nullptr) == usual
-                    && ScriptedHost::takeLog().last() == QString(message);
-                std::_Exit(isRight ? 0 : 1);
-            });
-            if (size < 0)
-                receiveMessage(nullptr, nullptr, nullptr);
-            else
-                sendToMaster(QByteArray(size, 'x'));
-        });
-        QCOMPARE(code, 0);
-    }
-
     void startsOnceInAProcess()
     {
         const Master master;
@@ -292,24 +169,6 @@ private Q_SLOTS:
             QTRY_VERIFY(!master.controller->isMasterProcess());
         }
         QCOMPARE(master.controller->takeMessages(), QList<QStringList>{{"x"}});
-    }
-
-    void startsWithoutIPv6()
-    {
-        if (!isLinux)
-            QSKIP("no function takes the place of bind()", 0);
-        const Application application;
-        for (const int family : {AF_INET6, AF_INET}) {
-            refusedFamilies.insert(family);
-            const bool isMaster = startSingleInstance() == SingleInstanceStateMaster;
-            QCOMPARE(isMaster, family == AF_INET6);
-            QCOMPARE(ScriptedHost::takeLog().value(4),
-                     isMaster ? "2 the server has started listening on IPv4."
-                              : "3 failed to start server.");
-            QCOMPARE(handOver({"x"}), isMaster);
-            stopSingleInstance();
-            ScriptedHost::takeLog();
-        }
     }
 
     void keepsAndAnnouncesLists()
@@ -354,26 +213,6 @@ private Q_SLOTS:
         }
         taking.wait();
         QCOMPARE(taken.load(), lists);
-    }
-
-    void waitsForAConnection()
-    {
-        if (!isLinux)
-            QSKIP("a queue that is full refuses there", 0);
-        const Application application;
-        QTcpServer full; // its queue has place for one
-        QVERIFY(full.listen(QHostAddress::LocalHost));
-        full.pauseAccepting();
-        ::listen(descriptorOf(full), 0);
-        QTcpSocket first;
-        first.connectToHost(full.serverAddress(), full.serverPort());
-        QVERIFY(first.waitForConnected());
-        ScriptedHost::state()->settings["MasterPort"] = full.serverPort();
-        auto sent = std::async(std::launch::async, [] { return handOver({"x"}); });
-        QCOMPARE(sent.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
-        full.resumeAccepting();
-        QTRY_VERIFY(sent.wait_for(std::chrono::seconds(0)) == std::future_status::ready);
-        QVERIFY(sent.get());
     }
 
     void stopsAtTheEnd()
@@ -431,60 +270,6 @@ private Q_SLOTS:
         }
         qInfo("1,000 connections %s: %d rounds, recovered each time", QTest::currentDataTag(),
               count);
-    }
-
-    void starvesQuietly()
-    {
-        if (!isLinux)
-            QSKIP("there is no limit of open files", 0);
-        const Master master;
-        const int limit = openFiles() + 100;
-        limitFiles(limit);
-        const auto restore = qScopeGuard([] { limitFiles(2200); });
-        for (const auto& [idle, held] : {std::pair(0U, 0), std::pair(48U, 0), std::pair(24U, 40)}) {
-            std::vector<int> high = // that the host holds: the numbers below are free
-                openDescriptors(limit - held, held);
-            const auto closeHigh =
-                qScopeGuard([&high] { std::for_each(high.begin(), high.end(), ::close); });
-            std::vector<QTcpSocket> clients(idle);
-            {
-                const HeldAccepting noneYet;
-                connectAll(nullptr, clients, {}); // which are accepted in a row, then
-                QThread::msleep(20); // a count may be as old as 10 ms
-            }
-            QTRY_VERIFY(idle == 0 || openFiles() > 70); // as many as it takes
-            ScriptedHost::takeLog();
-            std::vector<int> used; // by the host, for something else: all that there are
-            for (int file = ::dup(0); file >= 0; file = ::dup(0))
-                used.push_back(file);
-            QVERIFY(used.size() > 16); // left to the host
-
-            ::close(used.back());
-            used.pop_back();
-            std::vector<QTcpSocket> last(1);
-            connectAll(nullptr, last, prefixed(packArguments({"starved"})));
-            QVERIFY(master.rests(1000)); // the kernel's queue has it
-            QCOMPARE(ScriptedHost::takeLog(), QStringList());
-
-            std::for_each(used.begin(), used.end(), ::close);
-            clients = std::vector<QTcpSocket>();
-            QTRY_COMPARE(master.controller->peekMessages(), QList<QStringList>{{"starved"}});
-            last = std::vector<QTcpSocket>();
-            QVERIFY(reaches(master.controller, "late"));
-        }
-    }
-
-    /* As when another thread takes the last descriptor at that moment. */
-    void acceptsAfterAFailure()
-    {
-        if (!isLinux)
-            QSKIP("no function takes the place of accept()", 0);
-        const Master master;
-        failAccepting(true);
-        QVERIFY(handOver({"x"}));
-        QVERIFY(master.rests(200));
-        failAccepting(false);
-        QTRY_COMPARE(master.controller->peekMessages().size(), 1);
     }
 
 #ifndef TESTS_SANITIZED // which takes what a cancelled thread leaves on its stack for errors

@@ -84,15 +84,39 @@ private Q_SLOTS:
         QVERIFY(says(master, "not opened: “/dev” is a folder\\."));
         QVERIFY(says(master, "not opened: “.*/binary” is not a text file\\."));
         QVERIFY(says(master, "not opened: There is no file “/none”\\."));
-        const auto second = view({odd, "/dev/zero", "/proc/self/mem", "\x1b[7m"});
+        const auto second =
+            view({odd, "/dev/zero", "/proc/self/mem", QString("\x1b[7m") + QChar(0x202E)});
         QVERIFY(says(second, "handed over to the window that is open"));
-        QVERIFY(says(master, "message received: .*\\\\x1b\\[7m"));
+        QVERIFY(says(master, "message received: .*\\\\x1b\\[7m\\\\x202e"));
         QVERIFY(says(master, "opened .*/" + QRegularExpression::escape(odd)));
         QVERIFY(says(master, "not opened: “/dev/zero” is not a regular.*"));
         QVERIFY(says(master, "not opened: “/proc/self/mem” cannot be read.*"));
         const auto alone = view({odd}, "binary/below");
         QVERIFY(says(alone, "Settings: cannot write .*: Not a directory"));
         QVERIFY(says(alone, "opened .*/" + QRegularExpression::escape(odd)));
+    }
+
+    /* The first thing that users try. */
+    void isAnEditorForGit()
+    {
+        const auto master = view();
+        const QString window = windowOf(*master);
+        QVERIFY(!window.isEmpty());
+        const QString command =
+            R"(cd "$0" && git init -q . && git -c user.name=me -c user.email=me@here \
+            -c core.editor="'$1' --wait" commit -q --allow-empty && git log --format=%s)";
+        Process git("sh", {"-c", command, home.filePath("repository"), VIEWER});
+        QVERIFY(QDir().mkpath(home.filePath("repository")));
+        const QString opened = master->waitForLine(".* opened .*/COMMIT_EDITMSG");
+        QFile message(opened.section("opened ", 1));
+        QVERIFY(message.open(QFile::WriteOnly) && message.write("written meanwhile\n") > 0);
+        message.close();
+        QVERIFY(!git.waitForFinished(200));
+        output("xdotool", {"key", "--window", window, "ctrl+w"}); // closes the tab
+        QCOMPARE(git.waitForEnd().last(), "written meanwhile");
+        const auto missing = view({"--wait", "/none"});
+        QCOMPARE(missing->waitForEnd().last(), "viewer: There is no file “/none”.");
+        QCOMPARE(missing->exitCode(), 1);
     }
 
     void bringsTheDialogForwardWithItsWindow()

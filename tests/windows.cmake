@@ -1,4 +1,5 @@
-# The tests on Windows: those of the library itself, and real processes.
+# The tests on Windows: those of the library itself, and real processes. Left out is tst_limits: it is
+# about what Linux refuses, by functions that take the place of the C library's.
 include(GenerateExportHeader)
 generate_export_header(SingleInstanceScriptedHost BASE_NAME HOSTKIT
     EXPORT_FILE_NAME "${PROJECT_BINARY_DIR}/HostKit/include/HostKit/export.h")
@@ -13,7 +14,7 @@ foreach(name IN ITEMS GetCurrentProcessId GetCurrentThreadId GetThreadDesktop En
 endforeach()
 add_qt_test(tst_controller TIMEOUT 120
     LIBRARIES SingleInstanceDesktopModules SingleInstanceScriptedHost ws2_32)
-target_sources(SingleInstance_tst_controller PRIVATE support/System.h support/SystemWindows.cpp
+target_sources(SingleInstance_tst_controller PRIVATE
     "${PROJECT_SOURCE_DIR}/SingleInstance/platform/FileDescriptorsWindows.cpp")
 
 # A host in a library of its own, as a DLL is linked to one.
