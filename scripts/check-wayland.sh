@@ -1,7 +1,7 @@
 #!/bin/sh
-# Has the viewer's window come to the front on Wayland, by the token of a launch: in sway, without a
-# display of its own, beside another program in front; for Qt 6 and for Qt 5. Without a token it must
-# stay behind. With --long, twenty times each.
+# Checks on Wayland that launches bring the viewer's window to the front by their activation tokens: in
+# sway, without a display, with Qt 6. A launcher's window is in front before each. Launches without a
+# token must leave the window behind. With --long, twenty rounds.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -10,7 +10,6 @@ cd "$(dirname "$0")/.."
 require_packages $build_packages $wayland_packages python3-minimal qt6-base-dev
 rounds=3
 [ "${1:-}" != --long ] || rounds=20
-build dev SingleInstanceViewer
 build qt6 SingleInstanceViewer
 
 # sway refuses root, and another user may not look into our folders.
@@ -25,89 +24,107 @@ remove_home() {
     rm -rf "$home"
 }
 trap remove_home EXIT
-mkdir "$home/bin"
-cp scripts/wayland-token.py "$home/bin"
-for qt in 5 6; do
-    built=build/dev
-    [ "$qt" = 5 ] || built=build/qt6
-    mkdir "$home/bin/$qt"
-    cp "$built/examples/viewer" "$built/HostKit/"libHostKit*.so.1 "$home/bin/$qt"
-done
-chmod -R a+rX "$home"
+cp scripts/wayland-launcher.py build/qt6/examples/viewer build/qt6/HostKit/libHostKit*.so.1 "$home"
 printf '%s\n' 'focus_on_window_activation focus' 'default_border none' >"$home/sway.conf"
-chmod a+r "$home/sway.conf"
+mkfifo "$home/ask"
+chmod -R a+rX "$home"
 
 # exec_as_user COMMAND... : with nothing of this user's environment, in place of this shell.
 exec_as_user() {
     # shellcheck disable=SC2086
-    exec $as_user env -i PATH="$PATH" HOME="$home" XDG_RUNTIME_DIR="$home" LC_ALL=C.UTF-8 \
-        WLR_BACKENDS=headless WLR_LIBINPUT_NO_DEVICES=1 WLR_RENDERER=pixman \
-        WAYLAND_DISPLAY=wayland-1 QT_QPA_PLATFORM=wayland SINGLEINSTANCE_LOG_LEVEL=2 "$@"
+    exec $as_user env -i PATH=/usr/bin:/bin HOME="$home" XDG_RUNTIME_DIR="$home" LC_ALL=C.UTF-8 \
+        WLR_BACKENDS=headless WLR_LIBINPUT_NO_DEVICES=1 WLR_RENDERER=pixman SWAYSOCK="$home/sway.sock" \
+        WAYLAND_DISPLAY=wayland-1 QT_QPA_PLATFORM=wayland SINGLEINSTANCE_LOG_LEVEL=2 \
+        LD_LIBRARY_PATH="$home" "$@"
 }
 user() {
     (exec_as_user "$@")
 }
 
-# The process of the window that has the focus.
-active() {
-    user SWAYSOCK="$home/sway.sock" swaymsg -t get_tree 2>/dev/null |
-        python3 -c 'import json, sys
-def walk(node):
-    if node.get("focused") and node.get("pid"):
-        print(node["pid"])
-    for child in node.get("nodes", []) + node.get("floating_nodes", []):
-        walk(child)
-walk(json.load(sys.stdin))'
-}
+# is_active PROCESS : whether one of its windows has the focus.
 is_active() {
-    [ "$(active)" = "$1" ]
+    user swaymsg -t get_tree 2>/dev/null | python3 -c 'import json, sys
+def focused(node):
+    below = node.get("nodes", []) + node.get("floating_nodes", [])
+    return node.get("focused") and node.get("pid") == int(sys.argv[1]) or any(map(focused, below))
+sys.exit(not focused(json.load(sys.stdin)))' "$1"
+}
+
+# ask COUNT : prints so many tokens, one a line. The launcher must have the focus.
+ask() {
+    before=$(wc -l <"$home/tokens")
+    seq "$1" >&3
+    until_true has_lines "$home/tokens" $((before + $1))
+    tail -n "$1" "$home/tokens"
+}
+has_lines() {
+    [ "$(wc -l <"$1")" -ge "$2" ]
 }
 has_opened() {
     [ "$(grep -c 'opened ' "$home/master.log")" -ge "$1" ]
 }
 
-# start_viewer SETTINGS LOG ARGUMENT... : in the background; its process is in VIEWER.
-start_viewer() {
-    settings=$1
-    log=$2
-    shift 2
-    exec_as_user XDG_CONFIG_HOME="$home/$settings" LD_LIBRARY_PATH="$home/bin/$qt" \
-        "$home/bin/$qt/viewer" "$@" 2>"$log" &
-    VIEWER=$!
-    started="$VIEWER $started"
-}
-
-# launch TOKEN : a second launch, with that or without.
+# launch TOKEN... : launches at once, each with a token, or none if that is "-".
 launch() {
-    user XDG_CONFIG_HOME="$home/own$qt" LD_LIBRARY_PATH="$home/bin/$qt" ${1:+XDG_ACTIVATION_TOKEN="$1"} \
-        "$home/bin/$qt/viewer" "$home/sway.conf" >/dev/null 2>&1
-    opened=$((opened + 1))
-    until_true has_opened "$opened"
+    processes=
+    for token in "$@"; do
+        [ "$token" != - ] || token=
+        exec_as_user ${token:+XDG_ACTIVATION_TOKEN="$token"} "$home/viewer" "$home/sway.conf" \
+            >/dev/null 2>&1 &
+        processes="$processes $!"
+        opened=$((opened + 1))
+    done
+    # shellcheck disable=SC2086
+    wait $processes
 }
 
-exec_as_user SWAYSOCK="$home/sway.sock" sway -c "$home/sway.conf" >"$home/sway.log" 2>&1 &
+# check NAME COUNT : launches at once come to the front.
+check() {
+    name=$1
+    front=0
+    for _ in $(seq "$rounds"); do
+        user swaymsg '[title=launcher] focus' >/dev/null
+        until_true is_active "$launcher"
+        if [ "$2" = 0 ]; then
+            launch -
+            until_true has_opened "$opened"
+            ! is_active "$master" || front=$((front + 1))
+            continue
+        fi
+        tokens=$(ask "$2")
+        if [ "$name" = reversed ]; then
+            kill -STOP "$master"
+            for token in $(printf '%s\n' "$tokens" | tac); do launch "$token"; done
+            kill -CONT "$master"
+        else
+            # shellcheck disable=SC2086
+            launch $tokens
+        fi
+        until_true has_opened "$opened"
+        if until_true is_active "$master" 2>/dev/null; then front=$((front + 1)); fi
+    done
+    echo "$name: in front $front of $rounds times"
+}
+
+exec_as_user sway -c "$home/sway.conf" >"$home/sway.log" 2>&1 &
 started="$! $started"
 until_true test -S "$home/wayland-1" || { cat "$home/sway.log" >&2; exit 1; }
-for qt in 5 6; do
-    start_viewer "own$qt" "$home/master.log"
-    master=$VIEWER
-    until_true is_active "$master" || { cat "$home/master.log" >&2; exit 1; }
-    opened=0
-    with=0
-    without=0
-    for _ in $(seq "$rounds"); do
-        start_viewer "other" "$home/other.log" # in front
-        other=$VIEWER
-        until_true is_active "$other"
-        launch ""
-        ! is_active "$master" || without=$((without + 1))
-        launch "$(user python3 "$home/bin/wayland-token.py")"
-        if until_true is_active "$master" 2>/dev/null; then with=$((with + 1)); fi
-        kill "$other"
-        wait "$other" 2>/dev/null || true
-    done
-    kill "$master"
-    wait "$master" 2>/dev/null || true
-    echo "Qt $qt: in front $with of $rounds times with a token, $without of $rounds without"
-    [ "$with" -eq "$rounds" ] && [ "$without" -eq 0 ] || exit 1
-done
+exec_as_user python3 "$home/wayland-launcher.py" <"$home/ask" >"$home/tokens" 2>"$home/launcher.log" &
+launcher=$!
+started="$launcher $started"
+exec 3>"$home/ask"
+until_true is_active "$launcher" || { cat "$home/launcher.log" >&2; exit 1; }
+exec_as_user "$home/viewer" 2>"$home/master.log" &
+master=$!
+started="$master $started"
+until_true is_active "$master" || { cat "$home/master.log" >&2; exit 1; }
+opened=0
+{
+    check "without a token" 0
+    check "one launch" 1
+    check "two launches at once" 2
+    check "five launches at once" 5
+    check reversed 2
+} | tee "$home/results"
+[ "$(grep -c "front $rounds of $rounds" "$home/results")" = 4 ] &&
+    grep -q "without a token: in front 0 of" "$home/results"

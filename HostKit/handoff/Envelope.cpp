@@ -92,7 +92,7 @@ QList<QStringList> chunksOf(const LaunchMessage& message)
         return {whole};
     const QByteArray bytes = SingleInstance::packArguments(whole); // an even number
     const QString text(reinterpret_cast<const QChar*>(bytes.constData()), bytes.size() / 2);
-    const int count = (text.size() + maxChunkSize - 1) / maxChunkSize;
+    const auto count = static_cast<int>((text.size() + maxChunkSize - 1) / maxChunkSize);
     QList<QStringList> chunks;
     for (int number = 1; number <= count; ++number) {
         const QJsonObject fields = {{idKey, QString::fromLatin1(message.id)},
