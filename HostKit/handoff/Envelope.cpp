@@ -19,13 +19,13 @@ namespace {
 constexpr int maxChunkSize = 32000; // UTF-16 units; the envelope takes less than what is left
 constexpr int maxChunkCount = 4096;
 
-constexpr QLatin1String beginning("\1HostKit ");
-constexpr QLatin1String idKey("id");
-constexpr QLatin1String folderKey("folder");
-constexpr QLatin1String tokenKey("token");
-constexpr QLatin1String waitKey("wait");
-constexpr QLatin1String chunkKey("chunk");
-constexpr QLatin1String markKey("mark");
+const QLatin1String beginning("\1HostKit ");
+const QLatin1String idKey("id");
+const QLatin1String folderKey("folder");
+const QLatin1String tokenKey("token");
+const QLatin1String waitKey("wait");
+const QLatin1String chunkKey("chunk");
+const QLatin1String markKey("mark");
 
 QString envelopeWith(const QJsonObject& fields)
 {

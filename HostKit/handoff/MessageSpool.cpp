@@ -29,7 +29,7 @@ namespace {
 constexpr int digestSize = 20;
 constexpr qint64 maxSize = 64 << 20; // bytes, of all files: a thousand of the longest hand-offs
 constexpr auto streamVersion = QDataStream::Qt_5_0; // the same for all versions of the application
-constexpr QLatin1String suffix(".launches");
+const QLatin1String suffix(".launches");
 
 QByteArray digestOf(const QByteArray& content)
 {

@@ -14,16 +14,16 @@
 
 #include <memory>
 
-/*! A host for applications that have none of their own, and what goes around the library. */
+/*! What an application needs around the library, for applications that have no host of their own. */
 namespace HostKit {
 
 class InstanceSessionPrivate;
 
 /*!
-    An application's part in running as a single instance, from its start to its end.
+    Makes an application a single instance from its start to its end.
 
     \code
-    QApplication application(launch.argc(), launch.argv()); // behind a HostKit::Launch
+    QApplication application(launch.argc(), launch.argv()); // after a HostKit::Launch
     HostKit::InstanceSession session;
     MainWindow window;
     QObject::connect(&session, &HostKit::InstanceSession::argumentsReceived, &window,
@@ -32,22 +32,22 @@ class InstanceSessionPrivate;
     \endcode
 
     On top of the bare entry points it does what a host would otherwise have to do itself:
-    - launches decide one after the other, so that two first launches do not both become master;
-    - after a crash, a launch does not hand its arguments to a stranger who listens on the port that
-      the crashed master recorded: a lock that the kernel frees tells whether a master lives;
-    - a master that cannot be reached delays launches by two seconds. The first of them then takes
-      its place;
-    - no list is lost on the way to the application, neither before the application connects to the
-      signal nor while it quits: what it has not received goes to the next process.
+    - Launches decide one after another. Two first launches cannot both become master.
+    - A lock that the kernel releases tells whether a master lives. After a crash, launches do not
+      hand their arguments to another process that listens on the recorded port.
+    - Launches do not wait longer than two seconds for a master that cannot be reached. The first of
+      them takes its place.
+    - No list is lost on its way to the application: neither before the application connects to the
+      signal, nor while it quits. What it has not received goes to the next process.
 
-    Build it after the application object, with organisation and application name set. Use it in that
-    object's thread alone. It may be a child of a window, or be deleted by a slot. All versions of the
-    application that a user may run side by side must have a session: a session takes a master
-    without one for crashed.
+    Build the session after the application object, with organisation and application name set. Use
+    it only in that object's thread. It may be a child of a window, and a slot may delete it. All
+    versions of an application that may run side by side must have a session: a session considers a
+    master without one crashed.
 
     A child process that is forked and runs no other program keeps the port and the locks as long as
-    it lives. If the application crashes meanwhile, launches hand over to nobody. What QProcess
-    starts keeps nothing.
+    it lives. If the application crashes meanwhile, launches hand over to nobody. Processes that
+    QProcess starts keep nothing.
 */
 class HOSTKIT_EXPORT InstanceSession : public QObject {
     Q_OBJECT
@@ -56,66 +56,67 @@ class HOSTKIT_EXPORT InstanceSession : public QObject {
 
 public:
     /*!
-        Starts the session: becomes the master, if the Launch found none.
+        Starts the session. If the Launch found no master, this process becomes the master. That
+        takes a millisecond.
 
-        Without a Launch it decides itself, as a Launch does: it hands over and raises the master's
-        window, or becomes the master. It blocks as a Launch does then; otherwise for a millisecond.
+        Without a Launch, the session decides itself, and blocks as a Launch does: it hands over and
+        raises the master's window, or becomes the master.
 
-        Without an application object, in another thread than that object's, or beside another
-        session in this process, even of another copy of this library, it warns and does nothing,
-        and its state is Failed.
+        The state is Failed, with a warning, if there is no application object, if this is not its
+        thread, or if this process has a session already, even by another copy of this library.
     */
     explicit InstanceSession(QObject* parent = nullptr);
 
-    /*! Ends the session as the end of the application does, if it has not ended yet. */
+    /*! Ends the session, if it has not ended with the application. */
     ~InstanceSession() override;
 
     /*!
         Returns what this process is. It stays the same when the session ends.
 
         - Master: it receives what other launches hand over.
-        - Secondary: without a Launch alone. A master has the arguments, or will have them: return
-          from main().
-        - Failed: it receives nothing; a warning said why. No master can be reached and none can
-          start: the settings cannot be written, or the master lives in another network namespace.
-          The application decides what to do: a window of its own is the usual choice.
+        - Secondary: a master has the arguments, or will get them. Return from main(). This happens
+          only without a Launch.
+        - Failed: it receives nothing, and a warning said why: the settings cannot be written, or the
+          master lives in another network namespace. The application decides what to do. Usually it
+          opens a window of its own.
         - Inactive: the user asked for a process that takes no part (OptionRole::NewInstance).
     */
     SingleInstanceState state() const;
 
     /*!
-        Sets what the end of the session starts if lists are left: a program and its arguments, or
-        nothing if \a command is empty. The program must build a session of the same application.
+        Sets the program that the session starts at its end if launches are left: the program and its
+        arguments. An empty \a command forbids it. The program must build a session of the same
+        application.
 
-        At first it is the file that $APPIMAGE names, if there is one, or else
-        QCoreApplication::applicationFilePath(), without arguments. Set it where the application is
-        started by another command, such as an interpreter.
+        By default it is the file that $APPIMAGE names, if there is one, or else
+        QCoreApplication::applicationFilePath(), without arguments. Set it if another command starts
+        the application, such as an interpreter.
     */
     void setRestartCommand(const QStringList& command);
 
 Q_SIGNALS:
     /*!
-        Emitted in the application's thread for each launch that another process handed over, once
-        for each, as a rule in the order of the launches. \a arguments are those of that launch
-        without the program path.
+        Emitted once for each launch that another process handed over, usually in the order of the
+        launches. \a arguments are those of that launch, without the program path.
 
-        The event loop emits it, one launch an iteration, and never a loop that was told to quit.
-        Launches wait until somebody is connected, and while the session's signals are blocked. What
-        nobody has received when the application quits goes to another process, which is started
-        for it. What a process has not received when it is killed is lost.
+        It is emitted in the application's thread by the event loop: one launch an iteration, and
+        never after the loop was told to quit. Launches wait while nobody is connected, and while the
+        session's signals are blocked. What nobody has received when the application quits goes to
+        another process, which the session starts. What a process has not received when it is killed
+        is lost.
 
-        The page \ref session (docs/session.md) says this in full.
+        \ref session describes this in full (docs/session.md).
     */
     void argumentsReceived(const QStringList& arguments);
 
     /*!
-        The same as argumentsReceived(), with all that is known of the launch. If both signals are
-        connected, each launch is received once by each.
+        The same with everything that is known of the launch. If both signals are connected, each
+        emits each launch once; this one comes first.
     */
     void launchReceived(const HostKit::ReceivedLaunch& launch);
 
 protected:
-    /*! Makes the event loop deliver launches that came before. */
+    /*! Delivers launches that wait for a connection. */
     void connectNotify(const QMetaMethod& signal) override;
 
 private:

@@ -20,9 +20,9 @@ struct LaunchPrivate;
 
 /*! What an option of an application means to a Launch. */
 enum class OptionRole {
-    FileName, //!< its value names a file
+    FileName, //!< its value is a file name
     NewInstance, //!< this process takes no part: it is neither master nor secondary
-    Wait, //!< the launch ends when the master is done with it: ReceivedLaunch::answer()
+    Wait, //!< the launch waits until the master answers it: ReceivedLaunch::answer()
 };
 
 /*! Options of an application, each by one of its names, and what they mean. */
@@ -30,13 +30,13 @@ using OptionRoles = std::vector<std::pair<QString, OptionRole>>;
 
 /*! What the positional arguments of an application are. */
 enum class Positionals {
-    FileNames, //!< names of files, or URIs
-    Text, //!< anything else: they are handed over as they are
+    FileNames, //!< file names, or URIs
+    Text, //!< anything else: they are handed over unchanged
 };
 
 /*!
-    The start of an application with windows. A launch that finds a master hands its arguments over
-    before anything of the window system is loaded.
+    The start of an application. If a master runs, the launch hands its arguments over before
+    anything of the window system is loaded.
 
     \code
     QCommandLineParser parser;
@@ -49,49 +49,49 @@ enum class Positionals {
     HostKit::InstanceSession session;
     \endcode
 
-    The master runs in another folder. So file names become absolute, both in what is handed over
-    and in what the application object gets:
-    - a relative name is completed by the working folder;
-    - a file URL becomes a path;
-    - another URI, such as mailto:someone, stays as it is where no file has that name: a scheme of
-      two letters or more, and a colon.
+    The master runs in another folder. Therefore the launch makes file names absolute, for the master
+    and for the application object of this process:
+    - A relative name is completed with the working folder.
+    - A file URL becomes a path.
+    - Another URI, such as mailto:someone, is not changed, unless a file has that name. A URI begins
+      with a scheme of two letters or more, and a colon.
 
-    Qt's own options, such as -platform, are not handed over. The application object still gets
-    them.
+    Options of Qt's own, such as -platform, are not handed over. The application object still gets
+    them. If the parser knows an option of the same name, it is the application's.
 
     Build one object in main(), before the application object. It must outlive the application
     object.
 
-    If there is no master, the launch holds a lock until its session is master. Launches behind it
-    wait for up to 10 s, and then hand over. If the application takes longer, they leave their
-    arguments for it and end: its window shows them when it comes.
+    If no master runs, the launch holds a lock until its session is master. Later launches wait for
+    that, up to 10 s, and then hand over. If the application takes longer, they leave their arguments
+    for it and end. Its window shows them when it opens.
 */
 class HOSTKIT_EXPORT Launch {
 public:
     /*!
-        Sets \a organisation and \a application as the application object's names. Hands the
-        arguments over if a master of these names answers.
+        Sets \a organisation and \a application as names of the application, and hands the arguments
+        over if a master of these names answers.
 
-        Without a parser, an argument that begins with "-" is an option without a value. All others
-        are file names, and so is everything behind "--".
+        Without a parser, an argument that begins with "-" is an option without a value. All other
+        arguments are file names. So is everything after "--".
 
-        Blocks for some milliseconds. At worst it waits 10 s for launches before it, 2 s for a
-        master that does not answer, 30 s for one that stops while it accepts, and 4 s for the
-        desktop. With OptionRole::Wait it blocks until the answer comes.
+        Blocks for some milliseconds. At worst it waits 10 s for earlier launches, 2 s for a master
+        that does not answer, 30 s for one that stops while it accepts, and 4 s for the desktop. With
+        OptionRole::Wait it blocks until the answer comes.
 
-        An empty \a application, or an application object that exists already, has nothing handed
-        over.
+        Hands nothing over if \a application is empty, or if an application object exists already.
     */
     Launch(int argc, char** argv, const QString& organisation, const QString& application);
 
     /*!
-        The same for an application with a \a parser, which must know all options of the
-        application. Its help, its version and its errors are printed as QCommandLineParser::process()
-        prints them, whether a master runs or not: then the launch is done and looks for no master.
-        Set the application's version before.
+        The same for an application with a \a parser, which must know all options of the application.
+
+        If the user asks for help or the version, or makes a mistake, this constructor prints the
+        text and ends the process, exactly as QCommandLineParser::process() does. It does not look
+        for a master before. Set the application's version first.
 
         \a roles says what options mean to the launch. \a positionals says whether positional
-        arguments are file names. The parser holds this launch's own arguments afterwards.
+        arguments are file names. Afterwards the parser holds this launch's own arguments.
     */
     Launch(int argc, char** argv, const QString& organisation, const QString& application,
            QCommandLineParser& parser, const OptionRoles& roles = {},
@@ -101,9 +101,9 @@ public:
     Q_DISABLE_COPY_MOVE(Launch)
 
     /*!
-        Returns whether main() must return exitCode(): the arguments were handed over or left for
-        the next master, help or version was printed, or the arguments are wrong, which was said on
-        standard error.
+        Returns whether main() must return exitCode(): a master has the arguments or will get them,
+        or a file name is relative although the working folder was removed, which standard error
+        says.
     */
     bool isDone() const;
 
@@ -114,15 +114,15 @@ public:
     int exitCode() const;
 
     /*!
-        Returns whether a master has the arguments. Its window was asked to the front by then, and
-        the busy cursor of the launcher ended.
+        Returns whether a master has the arguments. By then the launch has asked for the master's
+        window and ended the busy cursor.
     */
     bool isHandedOver() const;
 
-    /*! Returns the number of arguments, to be given to the application object as it is. */
+    /*! Returns the number of arguments. Pass it to the application object as it is. */
     int& argc();
 
-    /*! Returns the arguments, owned by this object, for the application object. */
+    /*! Returns the arguments for the application object. This object owns them. */
     char** argv();
 
 private:

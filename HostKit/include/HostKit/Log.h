@@ -11,8 +11,8 @@ namespace HostKit {
 /*! The level of a line of the log. */
 enum class LogLevel {
     Trace = 0,
-    Debug = 1, //!< what is tried, and how large it is
-    Info = 2, //!< what is done
+    Debug = 1, //!< attempts, and sizes
+    Info = 2, //!< what happens
     Warning = 3, //!< what failed
     Error = 4,
     Fatal = 5,
@@ -23,31 +23,33 @@ enum class LogLevel {
 using LogSink = std::function<void(LogLevel level, const QString& text)>;
 
 /*!
-    Sets the threshold: lines below \a level are not written. It is Warning at first. Any thread.
+    Sets the threshold: lines below \a level are not written. By default it is Warning. Any thread.
 */
 HOSTKIT_EXPORT void setLogLevel(LogLevel level);
 
 /*!
-    Sets the sink; an empty one, as at first, discards all lines.
+    Sets the sink. An empty one, which is the default, discards all lines.
 
-    Call it while there is no session: the master's thread may be calling the old one. The sink is
-    called from any thread.
+    Call it while there is no session: the master's server thread may be calling the old sink. The
+    sink is called in any thread.
 */
 HOSTKIT_EXPORT void setLogSink(const LogSink& sink);
 
 /*!
-    A ready sink: writes each line to standard error behind the local time and the level.
+    A ready-made sink: writes each line to standard error, with the local time and the level in front.
 
-    Characters that control or format text are escaped, since lines quote what other processes sent.
-    Any thread. It never waits: a line that standard error does not take at once is dropped, and the
-    next one that gets through says how many were. Standard error has to be open: where it was
-    closed, its number soon belongs to a file or a connection, so open /dev/null first thing then.
+    Lines quote what other processes sent. So characters that control or format text are escaped. Any
+    thread. It never waits: it drops a line that standard error does not take at once, and the next
+    line that gets through says how many were dropped.
+
+    Standard error must be open. If the application was started with it closed, open /dev/null first:
+    otherwise its number will belong to a file or a connection.
 */
 HOSTKIT_EXPORT void writeToStandardError(LogLevel level, const QString& text);
 
 /*!
-    Has Qt's own messages, qWarning() and the like, go to the log, or no longer. HostKit's warnings
-    are among them. The application's thread.
+    If \a on, Qt's own messages, such as those of qWarning(), go to the log. Otherwise they go where
+    they went before. HostKit's warnings are such messages. The application's thread.
 */
 HOSTKIT_EXPORT void catchQtMessages(bool on);
 

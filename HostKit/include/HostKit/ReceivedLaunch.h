@@ -13,21 +13,21 @@ namespace HostKit {
 struct ReceivedLaunchPrivate;
 
 /*!
-    A launch that another process handed over to this one: see InstanceSession::launchReceived().
+    A launch that another process handed over: see InstanceSession::launchReceived().
 
-    Copies are the same launch. Use them in the application's thread. Everything in a launch was
-    written by some local process: do not trust it.
+    Copies are the same launch. Use them in the application's thread. Some local process wrote
+    everything in a launch: do not trust it.
 */
 class HOSTKIT_EXPORT ReceivedLaunch {
 public:
-    /*! Constructs a launch without arguments that waits for nothing. */
+    /*! Constructs a launch without arguments that does not wait. */
     ReceivedLaunch();
     /*! Constructs a copy, which is the same launch. */
     ReceivedLaunch(const ReceivedLaunch& other);
-    /*! Makes this object the launch that \a other is. */
+    /*! Makes this object the same launch as \a other. */
     ReceivedLaunch& operator=(const ReceivedLaunch& other);
 
-    /*! The last copy ends the wait of the launch with the exit code 0, if it still waits. */
+    /*! The last copy ends the wait with the exit code 0, if the launch still waits. */
     ~ReceivedLaunch();
 
     /*! Returns the arguments without the program path, as InstanceSession::argumentsReceived(). */
@@ -36,13 +36,13 @@ public:
     /*! Returns the folder in which the launch was started: an absolute path, or nothing. */
     QString workingFolder() const;
 
-    /*! Returns whether the launch waits for an answer. It no longer does once its user ended it. */
+    /*! Returns whether the launch waits for an answer. It does not any more if its user ended it. */
     bool isWaiting() const;
 
     /*!
-        Ends the wait: the launch prints \a text on its standard error, and exits with \a exitCode.
-        The first answer counts. Does nothing if the launch does not wait. Blocks for microseconds,
-        and for a second at worst, if the launch is stopped and the text is long.
+        Ends the wait: the launch prints \a text on its standard error and exits with \a exitCode.
+        Only the first answer counts. Does nothing if the launch does not wait. Blocks for
+        microseconds; for a second at most, if the launch is stopped and the text is long.
     */
     void answer(int exitCode, const QString& text = {}) const;
 
