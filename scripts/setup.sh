@@ -7,6 +7,10 @@ as_root() {
 
 # require_packages PACKAGE... : installs those that are missing, through apt-get.
 require_packages() {
+    if ! command -v apt-get >/dev/null; then
+        echo "This is not Debian: install yourself what its packages have: $*"
+        return 0
+    fi
     missing=
     for package in "$@"; do
         dpkg-query -W -f '${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^ii' ||
