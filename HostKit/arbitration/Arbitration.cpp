@@ -21,7 +21,7 @@ using SingleInstance::writeMasterPort;
 
 namespace {
 
-constexpr int maxAttempts = 3; // masters that die between the look and the hand-off
+constexpr int maxAttempts = 3; // a master may die between the look and the hand-off
 
 enum class Master { None, Answers, Unreachable, InOtherNetwork };
 
@@ -37,21 +37,20 @@ Master findMaster()
     return isReachable(port) ? Master::Answers : Master::Unreachable;
 }
 
-/* A port that stays would be taken for a master's, and anybody may listen there. */
+/* Launches would take a port that stays for a master's, and any process may listen there. */
 Decision toBeMaster(FileLock launchLock)
 {
     if (readMasterPort() != 0)
         writeMasterPort(0);
     if (readMasterPort() == 0)
         return {Outcome::MasterToBe, std::move(launchLock), 0};
-    qWarning("HostKit: the settings cannot be written, so that there can be no master");
+    qWarning("HostKit: this process cannot become master: the settings cannot be written");
     return {};
 }
 
 Decision failForOtherNetwork()
 {
-    qWarning("HostKit: the master lives in another network namespace, where nobody from here can "
-             "reach it");
+    qWarning("HostKit: the master lives in another network namespace and cannot be reached");
     return {};
 }
 
@@ -74,8 +73,8 @@ Decision decideUnderLock(const LaunchMessage& launch, FileLock launchLock)
 }
 
 /*
- * Whoever holds the lock may have become master, and taken what waited, just before our list came
- * into the spool. So look again: if it is still there, it is ours to take back.
+ * The holder of the lock may have become master, and emptied the spool, just before this launch
+ * came into it. So look again. If the launch is still in the spool, take it back and decide anew.
  */
 Decision decideWithoutLock(const LaunchMessage& launch)
 {
@@ -87,7 +86,7 @@ Decision decideWithoutLock(const LaunchMessage& launch)
     FileLock launchLock = takeLaunchLock(std::chrono::milliseconds(0));
     const bool canDecide = launchLock.isTaken() || isReachable(readMasterPort());
     if (!canDecide || !unspool(name)) {
-        qWarning("HostKit: the application is starting, or hangs: the arguments wait for it");
+        qWarning("HostKit: the application starts or hangs: the arguments wait for it");
         return {Outcome::Spooled, {}, 0};
     }
     if (launchLock.isTaken())
@@ -108,8 +107,7 @@ Decision decideForSpool(FileLock launchLock)
         return toBeMaster(std::move(launchLock));
     const QList<LaunchMessage> left = passOn(takeSpooled());
     if (!left.isEmpty() && !spool(left).isEmpty())
-        qWarning("HostKit: lists of arguments wait for the next master: that on port %d takes no "
-                 "more",
+        qWarning("HostKit: launches wait for the next master: that on port %d takes no more",
                  readMasterPort());
     return {Outcome::NothingToDo, {}, 0};
 }
@@ -118,10 +116,10 @@ Decision decideForSpool(FileLock launchLock)
 
 Decision decide(const LaunchMessage& launch)
 {
-    const bool isForSpool = isSuccessor();
+    const bool startedForSpool = isSuccessor();
     forgetSuccessor();
     FileLock launchLock = takeLaunchLock();
-    if (isForSpool)
+    if (startedForSpool)
         return decideForSpool(std::move(launchLock));
     if (launchLock.hasTimedOut())
         return decideWithoutLock(launch);

@@ -8,40 +8,41 @@
 namespace HostKit {
 
 /*
- * Decides what a launch is: once, under the launch lock.
+ * Decides once, under the launch lock, what a launch is.
  *
  * A launch holds launch.lock from the moment it looks for a master until it has handed over, or
- * until its session is master. A master that ends holds it until it has given its port back and left
- * its lists to the next. So nobody hands over to a master that is about to go, what a launch found
- * stays true, and launches behind a first one wait for it and then hand over.
+ * until its session is master. A master that ends holds the lock until it has given its port back
+ * and has left its launches to the next master. So no launch hands over to a master that is about
+ * to end, what a launch found stays true, and launches that come while a first one starts wait for
+ * it and then hand over.
  *
- * Nobody becomes master without the lock. A launch that waited in vain, because the holder is
- * suspended or takes its time before its session, hands over to a master that answers. Otherwise it
- * leaves its arguments in the spool, where the next master finds them.
+ * Nobody becomes master without the lock. If its holder is suspended, or takes long before its
+ * session, a launch gives up waiting. Then it hands over to a master that answers, or leaves its
+ * arguments in the spool, where the next master finds them.
  *
  * The application's thread.
  */
 
 enum class Outcome {
     HandedOver, // a master has the arguments
-    Spooled, // the next master will have them
-    NothingToDo, // a successor that came too late, or not needed
-    MasterToBe, // no master answers, and nobody else can become one now
-    Failed, // neither, for a reason that was warned of
+    Spooled, // the next master will get them
+    NothingToDo, // this is a successor, and there is nothing left for it
+    MasterToBe, // no master answers, and no other launch can become one now
+    Failed, // none of these; a warning said why
 };
 
 struct Decision {
     Outcome outcome = Outcome::Failed;
-    FileLock launchLock; // of the master to be, until it is one
-    quint32 master = 0; // the process that has the launch
+    FileLock launchLock; // held by a master to be until it is one
+    quint32 master = 0; // the process that got the arguments
 };
 
 /*!
-    Decides for \a launch, and hands it over if a master answers. For a successor, which has nothing
-    to hand over, decides whether it is needed for what waits in the spool.
+    Decides for \a launch, and hands it over if a master answers. A successor has nothing to hand
+    over: decides whether the launches in the spool need it.
 
-    Blocks for milliseconds as a rule. At worst it waits 10 s for the launch lock, 2 s for a master
-    that does not answer, and as long as the library's sender.
+    Usually blocks for milliseconds. At worst it waits 10 s for the launch lock, 2 s for a master
+    that does not answer, and as long as the library's sender does.
 */
 Decision decide(const LaunchMessage& launch);
 
@@ -53,8 +54,8 @@ void bringToFront(const QByteArray& startupId);
 FileLock takeLaunchLock(std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
 /*!
-    Hands \a launches over to another master, if one answers, and tells those that wait for an answer.
-    Returns those that it did not take. Hold the launch lock.
+    Hands \a launches over to another master, if one answers, and tells those that wait for an
+    answer. Returns those that it did not take. Hold the launch lock.
 */
 QList<LaunchMessage> passOn(const QList<LaunchMessage>& launches);
 

@@ -43,7 +43,7 @@ QString ownNetwork()
 FileLock takeMasterLock()
 {
     FileLock lock = FileLock::take(lockFile(), FileLock::Kind::Shared, std::chrono::seconds(1));
-    // Only the holder of the launch lock looks, so that nobody else can be in the way.
+    // Only the holder of the launch lock takes it exclusively, and that is this process.
     if (lock.hasTimedOut())
         qWarning("HostKit: %s is held by another process: the next launch will not find this one",
                  qPrintable(lockFile()));

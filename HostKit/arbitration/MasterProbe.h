@@ -9,8 +9,8 @@ namespace HostKit {
     IPv6 or else by IPv4. (Root takes the listener of any user.)
 
     Asks the kernel, which takes some microseconds. If the listener's queue is full, asks again for
-    up to two seconds. If the kernel does not answer, tries a connection for as long; then nobody
-    knows whose listener it is. Any thread.
+    up to two seconds. If the kernel does not answer, tries to connect for as long; then it is
+    unknown whose listener it is. Any thread.
 */
 bool isReachable(quint16 port);
 

@@ -51,7 +51,7 @@ Note& ownNote()
     return note;
 }
 
-/* As they were given: an application object removes some of them and changes others. */
+/* As the process got them: the application object has fewer, and a launch changes some. */
 QStringList givenArguments()
 {
     QFile file(QStringLiteral("/proc/self/cmdline"));
@@ -88,7 +88,7 @@ bool startSuccessor(const QStringList& command)
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QString::fromLatin1(variable),
                        packed({configDirectory(), now(), number + 1, command.mid(1)}));
-    // No launcher waits for it, and the token of this process's own start is no longer good.
+    // No launcher waits for the successor, and the token of this process is used.
     environment.remove(QStringLiteral("DESKTOP_STARTUP_ID"));
     environment.remove(QStringLiteral("XDG_ACTIVATION_TOKEN"));
     process.setProcessEnvironment(environment);
@@ -101,7 +101,7 @@ bool isSuccessor()
         return false;
     const Note note = unpacked(qgetenv(variable));
     const QStringList arguments = givenArguments();
-    // An interpreter has taken the first of them.
+    // An interpreter takes the first of them for itself.
     const bool isSame = arguments.size() <= note.arguments.size()
         && std::equal(arguments.rbegin(), arguments.rend(), note.arguments.rbegin());
     return note.folder == configDirectory() && isRecent(note) && isSame;

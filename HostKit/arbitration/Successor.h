@@ -5,12 +5,12 @@
 namespace HostKit {
 
 /*
- * The process that a session starts at its end, to receive what the session could not deliver any
- * more. Its environment tells it so. The application's thread.
+ * The process that a session starts at its end. It receives what the session could not deliver any
+ * more. Its environment tells it that it is a successor. The application's thread.
  */
 
 /*!
-    Returns the command that starts this application anew: the image that $APPIMAGE names if there
+    Returns the command that starts this application again: the image that $APPIMAGE names, if there
     is one, or else the application's file.
 */
 QStringList defaultRestartCommand();
@@ -19,17 +19,18 @@ QStringList defaultRestartCommand();
 bool startSuccessor(const QStringList& command);
 
 /*!
-    Returns whether a session of this application started this process, less than a minute ago. A
-    process that a successor starts with other arguments is an ordinary launch.
+    Returns whether a session of this application started this process less than a minute ago. If a
+    successor starts another process with other arguments, that is an ordinary launch.
 */
 bool isSuccessor();
 
-/*! Removes the note from the environment, so that what this process starts is no successor. */
+/*! Removes the note from the environment: processes that this one starts are no successors. */
 void forgetSuccessor();
 
 /*!
-    Returns whether this process is the tenth successor in a row, each within a minute: a process
-    that sends without a pause would keep an application alive that its user quits.
+    Returns whether this process is the tenth successor in a row, each started within a minute of
+    the one before. Otherwise a process that sends without a pause could keep an application alive
+    that its user quits.
 */
 bool isLastSuccessor();
 

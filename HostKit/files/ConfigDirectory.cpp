@@ -18,7 +18,7 @@ namespace {
 
 constexpr int maxNameSize = 240; // bytes; a file system allows 255, and temporary files add some
 
-/* Returns the directory that \a variable names. A relative one would differ between launches. */
+/* Returns the directory that \a variable names. A relative one would be another for each launch. */
 QString directoryNamedBy(const char* variable)
 {
     const QString named = QFile::decodeName(qgetenv(variable));
@@ -36,7 +36,7 @@ QString applicationPath()
     return path;
 }
 
-/* Whether others than this user may rename or replace what is in \a directory. */
+/* Returns whether other users may rename or replace files in \a directory. */
 bool isWritableByOthers(const QString& directory)
 {
     struct stat status = {};
@@ -83,15 +83,15 @@ void warnIfWritableByOthers()
 {
     const QString own = configDirectory();
     struct stat status = {};
-    // In a sticky directory others cannot touch what is ours, but the application's own is shared.
+    // A sticky bit protects directories of this user from others, but not the files in this one.
     bool isOpen = ::stat(QFile::encodeName(own).constData(), &status) == 0
         && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     for (QString each = own; !isOpen && each != QLatin1String("/"); each = QFileInfo(each).path())
         isOpen = isWritableByOthers(each);
     if (isOpen)
         qWarning(
-            "HostKit: others may write to %s or to a directory above it, and get what launches "
-            "hand over",
+            "HostKit: other users may write to %s or to a directory above it, and can get what "
+            "launches hand over",
             qPrintable(own));
 }
 

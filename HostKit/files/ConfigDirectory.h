@@ -6,8 +6,8 @@ namespace HostKit {
 
 /*!
     Returns this application's directory in the user's own configuration, without creating it: the
-    names of organisation and application below XDG_CONFIG_HOME or ~/.config. Names are escaped, so
-    that none leads elsewhere. Any thread.
+    names of organisation and application below XDG_CONFIG_HOME or ~/.config. The names are escaped,
+    so that none leads out of there. Any thread.
 */
 QString configDirectory();
 
@@ -18,14 +18,14 @@ QString launchLockFile();
 QString runtimeDirectory();
 
 /*!
-    Warns if others than this user may write to configDirectory() or to a directory above it: they
-    could change the port, and get what later launches hand over.
+    Warns if other users may write to configDirectory() or to a directory above it. They could
+    change the port and get what later launches hand over.
 */
 void warnIfWritableByOthers();
 
 /*!
-    Returns \a name as one component of a path. A name that is too long keeps its beginning, and
-    ends with a hash of the whole.
+    Returns \a name as one component of a path. A name that is too long keeps its beginning and ends
+    with a hash of the whole name.
 */
 QString asFileName(const QString& name);
 

@@ -31,9 +31,9 @@ int openLockFile(const QString& path)
     if (file < 0 && errno == ENOENT && createParentOf(path))
         file = openForWriting(name);
     const int reason = errno;
-    if (file < 0) // in a read-only folder a lock file that exists is good enough
+    if (file < 0) // in a read-only folder, a lock file that exists will do
         file = ::open(name.constData(), O_RDONLY | O_CLOEXEC);
-    // A file that root left behind, after a run by sudo, is nobody else's: we need another one.
+    // Root may have created the file, in a run by sudo. Then this user needs another one.
     if (file < 0 && reason == EACCES)
         file = openForWriting(name + '.' + QByteArray::number(::geteuid()));
     errno = reason;
@@ -51,7 +51,7 @@ struct FileLock::State {
     }
     ~State()
     {
-        // A forked child has the same open file: it must not keep the lock, nor release it.
+        // A forked child has the same open file. It must not release the lock.
         if (file >= 0 && ::getpid() == process)
             ::flock(file, LOCK_UN);
         if (file >= 0)
@@ -106,12 +106,12 @@ FileLock FileLock::take(const QString& path, Kind kind, std::chrono::millisecond
     if (!taken.isTaken() && !taken.isHeldByOther)
         qWarning("HostKit: cannot lock %s: %s", qPrintable(path), std::strerror(errno));
     if (taken.isHeldByOther && timeout.count() > 0) {
-        // flock() has no timeout. So a thread waits in it for us, and is left behind if need be.
+        // flock() has no timeout. So it blocks another thread, which may be left behind.
         SingleInstance::DetachedTask([state = taken.state] { state->wait(); }).waitFor(timeout);
         taken.isHeldByOther = !taken.isTaken();
     }
     if (!taken.isTaken())
-        taken.state.reset(); // a lock that comes too late is released at once
+        taken.state.reset(); // the thread releases a lock that comes too late
     return taken;
 }
 

@@ -8,12 +8,12 @@
 namespace HostKit {
 
 /*!
-    A lock between processes on a file. The file is created if it is missing, and never removed.
+    A lock between processes, on a file. The file is created if it is missing, and never removed.
 
-    The kernel holds the lock for the open file. It ends with its holder, however that dies, and a
-    program that the holder starts does not inherit it. (A child that is forked and runs no other
-    program does.) Shared locks exclude exclusive ones, and not each other. A destroyed object
-    releases its lock. Move-only; use an object from one thread at a time.
+    The kernel holds the lock for the open file and releases it when the holder dies. A program that
+    the holder starts does not inherit it; a child that is forked and runs no other program does.
+    Shared locks exclude exclusive ones, but not each other. A destroyed object releases its lock.
+    Move-only. Use an object from one thread at a time.
 */
 class FileLock {
 public:
@@ -27,8 +27,8 @@ public:
     Q_DISABLE_COPY(FileLock)
 
     /*!
-        Takes a lock on the file \a path, and waits up to \a timeout for other holders. A file that
-        cannot be opened or locked is warned of.
+        Takes a lock on the file \a path, and waits up to \a timeout for other holders. Warns if the
+        file cannot be opened or locked.
     */
     static FileLock take(const QString& path, Kind kind, std::chrono::milliseconds timeout);
 

@@ -10,12 +10,11 @@
 namespace HostKit {
 
 /*
- * Small files in folders of this user alone. Any thread.
+ * Small files in folders that only this user may read. Any thread.
  *
- * A write goes to a temporary file, which is then renamed over the old one. A reader sees the old
- * content or the new one, never a part, and a crash leaves one of them. Nothing is synced to the
- * disk: these files are of no use after a power failure, and waiting for the disk would delay every
- * start.
+ * A write goes to a temporary file that then replaces the old one. A reader gets the old content or
+ * the new content, never a part, and a crash leaves one of them. Nothing is synced to the disk:
+ * after a power failure nobody needs these files, and to wait for the disk would delay every start.
  */
 
 /*!

@@ -9,7 +9,8 @@ namespace HostKit {
 
 namespace {
 
-constexpr int maxSize = 1024; // Qt 6.4 ends a process whose token fills a message to its server
+constexpr int maxSize =
+    1024; // in Qt 6.4 a longer one may end the process: it does not fit into a message
 constexpr auto variable = "XDG_ACTIVATION_TOKEN";
 
 } // namespace

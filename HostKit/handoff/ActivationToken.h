@@ -5,13 +5,13 @@
 namespace HostKit {
 
 /*
- * The token by which a window may come to the front on Wayland. A launcher gives one to each process
- * that it starts; a launch passes its own on to the master. The application's thread.
+ * The token that allows a window to come to the front on Wayland. A launcher gives one to each
+ * process that it starts. A launch passes its token to the master. The application's thread.
  */
 
 /*!
-    Returns the token that the launcher left in this process's environment, or nothing. Qt may have
-    removed it once there is an application object.
+    Returns the token that the launcher put into this process's environment, or nothing. The
+    application object may have removed it.
 */
 QByteArray ownActivationToken();
 
@@ -19,14 +19,14 @@ QByteArray ownActivationToken();
 bool isValidToken(const QByteArray& token);
 
 /*!
-    Puts \a token into the environment, where Qt's requestActivate() looks for it, if the application
-    runs on Wayland and the token is valid.
+    If the application runs on Wayland and \a token is valid, puts it into the environment. Qt's
+    requestActivate() looks for it there.
 */
 void exportToEnvironment(const QByteArray& token);
 
 /*!
-    Removes \a token from the environment if nobody used it, so that child processes do not inherit
-    it.
+    Removes \a token from the environment, if it is still there. Otherwise child processes would
+    inherit it.
 */
 void removeFromEnvironment(const QByteArray& token);
 

@@ -45,7 +45,7 @@ QStringList enveloped(const LaunchMessage& message);
 /*! Returns the lists that carry \a message in order, each short enough for a hand-off. */
 QList<QStringList> chunksOf(const LaunchMessage& message);
 
-/*! Returns the launch that \a chunks carry, by their numbers; nothing if they do not fit together. */
+/*! Returns the launch that \a chunks carry, by their numbers, or nothing if they do not fit. */
 std::optional<LaunchMessage> joined(const QMap<int, QString>& chunks);
 
 /*! Returns a list with which a process finds out that its inbox is complete up to here. */

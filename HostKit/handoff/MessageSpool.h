@@ -6,9 +6,9 @@ namespace HostKit {
 
 /*
  * Launches that wait for the next master, in private files: those that a process received and did
- * not deliver before it ended, and those that no master could take. Each call of spool() creates one
- * file in one step. So any number of processes may spool at once, and a kill leaves a whole file or
- * none. The application's thread.
+ * not deliver before it ended, and those that no master could take. Each call of spool() creates
+ * one file in one step. So any number of processes may spool at once, and a kill leaves a whole
+ * file or none. The application's thread.
  *
  * A file that is damaged, or that others may write to, is renamed with a warning and not used.
  */

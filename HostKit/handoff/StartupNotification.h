@@ -5,8 +5,9 @@
 namespace HostKit {
 
 /*!
-    Tells the launcher that waits for \a id, if it waits, that no window will come of this process,
-    so that it ends its busy cursor. Any thread; blocks for two seconds at most.
+    Tells the launcher that this process will open no window, so that it ends its busy cursor. \a id
+    is what the launcher put into DESKTOP_STARTUP_ID, or nothing. Blocks for two seconds at most.
+    Any thread.
 */
 void endStartup(const QByteArray& id);
 

@@ -27,7 +27,7 @@ struct Disconnect {
     void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
 };
 
-/* The text of a "remove" message, quoted as the start-up notification protocol asks. */
+/* Returns the "remove" message, quoted as the start-up notification protocol demands. */
 QByteArray removal(QByteArray id)
 {
     id.replace('\\', "\\\\").replace('"', "\\\"");
@@ -43,7 +43,7 @@ xcb_atom_t atom(xcb_connection_t* connection, const char* name)
     return reply ? reply->atom : XCB_NONE;
 }
 
-/* The message goes to the root window in parts of 20 bytes, the terminating one included. */
+/* The message goes to the root window in parts of 20 bytes, with its terminating null. */
 void sendRemoval(const QByteArray& id)
 {
     int number = 0;
@@ -81,7 +81,7 @@ void endStartup(const QByteArray& id)
 {
     if (id.isEmpty() || !SingleInstance::xcbLibrary())
         return;
-    // On a thread that is left behind: a server that does not answer blocks xcb for ever.
+    // On a thread that may be left behind: a server that does not answer blocks xcb for ever.
     const SingleInstance::DetachedTask task([id] { sendRemoval(id); });
     task.waitFor(std::chrono::seconds(2));
 }

@@ -15,7 +15,7 @@ std::atomic<LogLevel> threshold = LogLevel::Warning;
 
 HostSink& currentSink()
 {
-    // Never destroyed: the master's thread may write a line behind the end of main().
+    // Never destroyed: the server thread may write a line after main() has returned.
     static HostSink* const sink = std::make_unique<HostSink>().release();
     return *sink;
 }

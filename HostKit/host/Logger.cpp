@@ -40,7 +40,7 @@ void passOn(QtMsgType type, const QMessageLogContext& /*context*/, const QString
 
 } // namespace
 
-/* Caught messages go to the log sink; otherwise to the handler that was there before. */
+/* Messages that are caught go to the log sink, all others to the handler that was there before. */
 void Logger::setQtDebugCatchingOn(bool on)
 {
     static QtMessageHandler before = nullptr;

@@ -15,7 +15,7 @@ struct Registry {
 
 Registry& registry()
 {
-    // Never destroyed: registered objects may live longer than this library's static objects.
+    // Never destroyed: registered objects may live longer than the static objects of this library.
     static Registry* const only = std::make_unique<Registry>().release();
     return *only;
 }

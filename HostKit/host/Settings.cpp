@@ -15,9 +15,8 @@
 #include <unistd.h>
 
 /*
- * One small file for each value: <configuration directory>/<group>/<key>, readable by this user
- * alone. Nothing is cached and nothing locked: each call reads the file as it is at that moment,
- * whichever process wrote it.
+ * One small file for each value: <configuration directory>/<group>/<key>. Only this user may read
+ * it. Nothing is cached or locked: each call reads the file as it is at that moment.
  */
 
 namespace {
@@ -57,7 +56,7 @@ QVariant Settings::getValue(const QString& group, const QString& key,
                             const QVariant& defaultValue) const
 {
     const QByteArray path = QFile::encodeName(pathOf(group, key));
-    // Not blocked by a pipe that somebody put there.
+    // A pipe in the place of the file must not block.
     const HostKit::UniqueFd file(::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     const auto content = HostKit::readAll(file, maxSize);
     return content ? QVariant(QString::fromUtf8(*content)) : defaultValue;
@@ -70,8 +69,7 @@ void Settings::setValue(const QString& group, const QString& key, const QVariant
     if (HostKit::replaceFile(path, value.toString().toUtf8()))
         return;
     reportOnce(path, errno);
-    ::unlink(
-        QFile::encodeName(path).constData()); // where the disk is full, not even 0 can be written
+    ::unlink(QFile::encodeName(path).constData()); // on a full disk not even 0 can be written
 }
 
 } // namespace Core

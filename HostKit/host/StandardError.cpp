@@ -40,12 +40,12 @@ QString withoutControls(const QString& text)
 }
 
 /*
- * Returns how many bytes of \a text standard error took at once. It may be a pipe that nobody reads,
- * and a thread that writes to a full one hangs. If a pipe has room at all, it takes PIPE_BUF bytes.
+ * Returns how many bytes of \a text standard error took at once. It may be a pipe that nobody
+ * reads: a thread that writes to a full one hangs. If a pipe has any room, it takes PIPE_BUF bytes.
  */
 int writeAtOnce(const QByteArray& text)
 {
-    // A terminal may have less room and then waits, but not by an open file of our own.
+    // A terminal may have less room, and then waits. An open file of our own does not.
     constexpr int flags = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     const UniqueFd terminal(::isatty(STDERR_FILENO) != 0 ? ::open("/proc/self/fd/2", flags) : -1);
     const int standardError = terminal.isValid() ? terminal.get() : STDERR_FILENO;
@@ -67,9 +67,9 @@ int writeAtOnce(const QByteArray& text)
 
 void writeToStandardError(LogLevel level, const QString& text)
 {
-    static std::mutex mutex; // or two threads would see the same room
+    static std::mutex mutex; // two threads must not count on the same room
     static int dropped = 0;
-    static bool isCut = false; // the last line, in the middle
+    static bool isCut = false; // the last line was written in part
     const std::lock_guard<std::mutex> lock(mutex);
     const QString time =
         QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));

@@ -14,9 +14,9 @@ namespace HostKit {
     A launch that waits for its answer.
 
     The process that has the launch connects and keeps the connection until it answers. If it hands
-    the launch on, it says to whom. Until the next process connects, the launch watches that process,
-    since it may be killed. What is in the spool needs no watch: whatever happens, some process takes
-    it from there.
+    the launch on, it says to whom. Until the next process connects, the launch watches that
+    process, since it may be killed. What is in the spool needs no watch: whatever happens, some
+    process takes it from there.
 
     Runs the event loop of an application object without windows, in that object's thread.
 */
@@ -31,9 +31,9 @@ public:
 
     /*!
         Waits for the answer, after the hand-over to the process \a holder, or to the spool if that
-        is 0. Returns the exit code for this process: that of the answer, whose text goes to standard
-        error; 1 if the process that had the launch died, which it also says there; 130 after a
-        signal.
+        is 0. Returns the exit code for this process: that of the answer, whose text goes to
+        standard error; 1 if the process that had the launch died, which it also says there; 130
+        after a signal.
     */
     int run(quint32 holder);
 

@@ -46,7 +46,8 @@ LaunchPrivate::~LaunchPrivate()
     decision.reset(); // and its lock
     if (current == this)
         current = nullptr;
-    // The application ended before its session. What launches left for it is for another process.
+    // The application ended before its session. Another process must show what launches left for
+    // it.
     if (isUnused && hasSpooled())
         startSuccessor(defaultRestartCommand());
 }
@@ -184,7 +185,7 @@ void start(LaunchPrivate& launch, const QString& organisation, const QString& na
            const Application& application)
 {
     if (QCoreApplication::instance()) {
-        qWarning("HostKit: a launch that is built after the application object hands nothing over");
+        qWarning("HostKit: this Launch hands nothing over: build it before the application object");
         return;
     }
     LaunchPrivate::current = &launch;

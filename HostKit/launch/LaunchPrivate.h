@@ -14,15 +14,15 @@ namespace HostKit {
 /*! Returns what this process hands over, as yet without arguments. */
 LaunchMessage thisLaunch();
 
-/*! What the session knows of the launch in front of it. The application's thread. */
+/*! A launch, which its session takes over. The application's thread. */
 struct LaunchPrivate {
     LaunchPrivate(int argc, char** argv);
     ~LaunchPrivate();
     Q_DISABLE_COPY_MOVE(LaunchPrivate)
 
-    CommandLine line; // to which the application object refers
+    CommandLine line; // the application object refers to it
     LaunchMessage message; // what the launch hands over
-    const QByteArray startupId; // by which a desktop waits for this process; Qt removes it
+    const QByteArray startupId; // of the launcher's busy cursor; Qt removes it from the environment
     std::optional<Decision> decision; // until the session takes it
     bool isNewInstance = false;
     bool isHandedOver = false;

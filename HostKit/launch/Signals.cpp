@@ -10,18 +10,18 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-/* A signal handler may do next to nothing. So it writes to a pipe, which the event loop reads. */
+/* A signal handler may call few functions. So it writes to a pipe that the event loop reads. */
 
 namespace HostKit {
 
 namespace {
 
-std::array<int, 2> ends = {-1, -1}; // of the pipe, open as long as the process
-pid_t process = 0; // which reads it
+std::array<int, 2> ends = {-1, -1}; // of the pipe, which stays open until the process ends
+pid_t process = 0; // that reads the pipe
 
 void tell(int signal)
 {
-    if (::getpid() != process) { // a forked child ends, as if nobody had called us
+    if (::getpid() != process) { // a forked child ends as it would have without this handler
         ::raise(signal);
         return;
     }

@@ -32,7 +32,7 @@ bool InstanceSessionPrivate::hasReceiver() const
         && !session.signalsBlocked();
 }
 
-/* One launch an iteration: the slot may quit, or run a loop of its own, which goes on with the next. */
+/* One launch an iteration: a slot may quit, or run a loop of its own that delivers the next one. */
 void InstanceSessionPrivate::deliver()
 {
     if (!inbox || inbox->isEmpty() || !hasReceiver())
@@ -44,7 +44,7 @@ void InstanceSessionPrivate::deliver()
         idle.request();
     const QByteArray token = message.activationToken;
     exportToEnvironment(token);
-    // Behind all slots, also those that are queued.
+    // After all slots, also queued ones.
     const auto clear = qScopeGuard([token] {
         QMetaObject::invokeMethod(
             QCoreApplication::instance(), [token] { removeFromEnvironment(token); },

@@ -7,11 +7,11 @@
 #include <utility>
 
 /*
- * An event that is posted while another one is delivered is delivered in the next iteration at the
- * earliest. So each iteration posts two marks for the next: one that is delivered before all other
- * posted events there, and one after them. An iteration begins with its posted events: if the first
- * mark is delivered at all, the iteration before was not the last. A filter on the application sees
- * what comes between marks. It is installed only while a request waits.
+ * If an event is posted while another one is delivered, it is delivered in the next iteration at
+ * the earliest. So each iteration posts two marks for the next iteration: one is delivered there
+ * before all other posted events, the other after them. An iteration begins with its posted events.
+ * Thus if the first mark is delivered, the iteration before was not the last. A filter on the
+ * application notices all events between marks. It is installed only while a request waits.
  */
 
 namespace HostKit {
@@ -20,8 +20,8 @@ namespace {
 
 constexpr int first = std::numeric_limits<int>::max(); // priorities of the two marks
 constexpr int last = std::numeric_limits<int>::min();
-constexpr int idleTimeout = 100; // ms, until an iteration without other posted events will do
-constexpr int timeout = 1000; // ms, until any iteration will do
+constexpr int idleTimeout = 100; // ms; then an iteration without other posted events will do
+constexpr int timeout = 1000; // ms; then any iteration will do
 
 QEvent::Type markType()
 {
@@ -31,7 +31,7 @@ QEvent::Type markType()
 
 } // namespace
 
-/* Tells when it is gone, since an application may remove it: the next request posts another. */
+/* An application may remove posted events. So a mark says when it is gone. */
 class IdleIteration::Mark : public QEvent {
 public:
     Mark(std::shared_ptr<std::atomic<bool>> flag, int itsPriority)
@@ -86,11 +86,11 @@ void IdleIteration::beginIteration()
 {
     if (iterations == 0)
         beginToWait();
-    else if (!isDisturbed || end.hasExpired())
-        return run(isDisturbed);
+    else if (!hasOtherEvents || end.hasExpired())
+        return run(hasOtherEvents);
     ++iterations;
-    isDisturbed = false;
-    isAlone = true;
+    hasOtherEvents = false;
+    hasOtherPosted = false;
     request();
 }
 
@@ -104,7 +104,7 @@ void IdleIteration::beginToWait()
 
 void IdleIteration::endPostedEvents()
 {
-    if (iterations > 0 && isAlone && idleEnd.hasExpired())
+    if (iterations > 0 && !hasOtherPosted && idleEnd.hasExpired())
         run(true);
 }
 
@@ -124,10 +124,10 @@ bool IdleIteration::eventFilter(QObject* receiver, QEvent* event)
 {
     if (receiver == this)
         return false;
-    isDisturbed = true;
-    isAlone = isAlone && event->type() == QEvent::UpdateRequest;
+    hasOtherEvents = true;
+    hasOtherPosted = hasOtherPosted || event->type() != QEvent::UpdateRequest;
     if (event->type() == QEvent::Close || event->type() == QEvent::Quit) {
-        idleEnd.setRemainingTime(idleTimeout); // the end is near: wait as long as at first
+        idleEnd.setRemainingTime(idleTimeout); // the application may end now: wait again
         end.setRemainingTime(timeout);
     }
     return false;

@@ -13,13 +13,12 @@ namespace HostKit {
 /*!
     Runs a callback in an event-loop iteration in which nothing else happened.
 
-    A loop that was told to quit still finishes its iteration, and cannot be asked whether it was
-    told. But some event tells it, as a rule. If no event was delivered from the beginning of one
-    iteration to the beginning of the next, the loop goes on, and no request to quit waited among the
-    events.
+    A loop that was told to quit still finishes its iteration, and does not say that it was told.
+    But usually an event tells it. If no event was delivered between the beginnings of two
+    iterations, the loop goes on, and no request to quit was among its events.
 
-    An application that animates something may never be idle. After a tenth of a second an iteration
-    will do that has no other posted events; after a second, any iteration that is not the last.
+    An application with an animation may never be idle. After a tenth of a second, an iteration
+    without other posted events will do; after a second, any iteration that is not the last.
 
     Belongs to the application's thread. The callback may delete this object, or run an event loop.
 */
@@ -43,12 +42,12 @@ private:
 
     const std::function<void()> callback;
     const std::shared_ptr<std::atomic<bool>> isPosted = std::make_shared<std::atomic<bool>>(false);
-    int iterations = 0; // that began since the request
-    QDeadlineTimer idleEnd; // for an idle iteration
-    QDeadlineTimer end; // for one without other posted events
+    int iterations = 0; // since the request
+    QDeadlineTimer idleEnd; // until then only an idle iteration will do
+    QDeadlineTimer end; // until then only one without other posted events will do
     QElapsedTimer sinceBusy; // since the callback ran in an iteration that was not idle
-    bool isDisturbed = false; // by another event, in this iteration
-    bool isAlone = false; // no other posted event was delivered in this iteration
+    bool hasOtherEvents = false; // in this iteration
+    bool hasOtherPosted = false; // other posted events among them
 };
 
 } // namespace HostKit

@@ -13,8 +13,8 @@
 #include <utility>
 
 /*
- * For its sender, a hand-off is done once the operating system has it. At that moment the master may
- * not have read it, nor even accepted the connection. The kernel queues connections in order: a
+ * For its sender, a hand-off is done once the operating system has it. At that moment the master
+ * may not have read it, nor even accepted the connection. The kernel queues connections in order: a
  * message that the master sends to itself is accepted after all earlier ones. But it may be read
  * before them, since an event loop serves sockets that are ready in any order, and a long message
  * takes more than one iteration. So the flush sends one mark after another, until several in a row

@@ -24,8 +24,8 @@ namespace HostKit {
 
     It empties the controller's inbox as that fills, in the master's server thread, joins the chunks
     of a launch, and connects to launches that wait for an answer. So what arrives until that thread
-    has ended outlives the controller. It keeps 64 MiB and refuses what exceeds that, with a warning.
-    Any thread.
+    has ended outlives the controller. It keeps 64 MiB and refuses what exceeds that, with a
+    warning. Any thread.
 */
 class Inbox {
 public:
@@ -45,8 +45,8 @@ public:
 
     /*!
         Waits until everything has arrived that was handed over to this process before this call.
-        This process listens on \a port. Blocks for a second at most, usually for a millisecond; needs
-        no event loop. Returns whether everything has arrived.
+        This process listens on \a port. Blocks for a second at most, usually for a millisecond;
+        needs no event loop. Returns whether everything has arrived.
     */
     bool flush(quint16 port);
 

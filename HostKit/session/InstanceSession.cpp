@@ -26,12 +26,12 @@ using namespace SingleInstance;
 
 namespace {
 
-/* A property of the application object, which all copies of this library in a process share. */
+/* A property of the application object: all copies of this library in a process share it. */
 constexpr auto openProperty = "HostKit session is open";
 
 /*
- * startSingleInstance() refuses arguments that take more than a message, although a master hands
- * them to nobody. So it sees none, where there is a way to hide them.
+ * start() refuses arguments that take more than a message, although a master hands them to nobody.
+ * So hide them, if there is a Launch that can.
  */
 SingleInstanceState startMaster()
 {
@@ -87,8 +87,8 @@ void InstanceSessionPrivate::open()
                          if (wasConnected)
                              close();
                      });
-    // exit() runs this before it destroys static objects that are older. So use what it will use
-    // now, here and in the master's thread.
+    // exit() calls closeAtExit() before it destroys older static objects. So create now, in both
+    // threads, the static objects that it will use.
     if (port != 0)
         inbox->flush(port);
     static const int registered = std::atexit(closeAtExit);
@@ -114,7 +114,7 @@ void InstanceSessionPrivate::setCurrent(InstanceSessionPrivate* session)
         application->setProperty(openProperty, session != nullptr);
 }
 
-/* Becomes master under the launch lock, if that is the decision. */
+/* Becomes master under the launch lock, if that was decided. */
 void InstanceSessionPrivate::start(Decision decision)
 {
     if (decision.outcome == Outcome::Failed)
@@ -126,7 +126,7 @@ void InstanceSessionPrivate::start(Decision decision)
     state = startMaster();
     if (SingleInstanceController* const controller = findController()) {
         becomeMaster(*controller);
-    } else if (state == SingleInstanceStateSecondary) { // the arguments are still here
+    } else if (state == SingleInstanceStateSecondary) { // but start() had no arguments to hand over
         qWarning("HostKit: a process without a session became the master in this moment");
         state = SingleInstanceStateFailed;
     }
@@ -134,8 +134,8 @@ void InstanceSessionPrivate::start(Decision decision)
 
 void InstanceSessionPrivate::becomeMaster(SingleInstanceController& controller)
 {
-    // The session ends it: later, if the application was not ready for launches at aboutToQuit(),
-    // and not before it has what arrived.
+    // The session ends the controller, after it has taken what arrived. If the application was not
+    // ready for launches, that is later than aboutToQuit().
     QObject::disconnect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, &controller,
                         &QObject::deleteLater);
     warnIfWritableByOthers();
@@ -144,7 +144,7 @@ void InstanceSessionPrivate::becomeMaster(SingleInstanceController& controller)
     tookSpooled = !spooled.isEmpty();
     inbox = std::make_shared<Inbox>(spooled);
     Inbox::fillFrom(controller, inbox, [this] { idle.request(); });
-    if (readMasterPid() == GetCurrentProcessId()) // else another process may be master by now
+    if (readMasterPid() == GetCurrentProcessId()) // otherwise another process may be master by now
         port = readMasterPort();
 }
 

@@ -15,9 +15,9 @@ namespace HostKit {
 struct Decision;
 
 /*!
-    The three parts of a session's life: InstanceSession.cpp opens it, Delivery.cpp hands launches to
-    the application, Shutdown.cpp ends it and leaves to others what is left. The application's
-    thread.
+    A session's life in three files: InstanceSession.cpp opens it, Delivery.cpp delivers launches to
+    the application, Shutdown.cpp ends it and leaves undelivered launches to another process. The
+    application's thread.
 */
 class InstanceSessionPrivate {
 public:
@@ -30,7 +30,7 @@ public:
     SingleInstanceState state = SingleInstanceStateFailed;
     QStringList restartCommand;
     IdleIteration idle;
-    bool wasConnected = false; // somebody, to a signal that delivers
+    bool wasConnected = false; // a slot, to one of the signals
 
 private:
     const char* obstacle() const;
@@ -43,13 +43,13 @@ private:
     void startAnother() const;
     static void closeAtExit();
 
-    static InstanceSessionPrivate* current; // the one that is open
+    static InstanceSessionPrivate* current; // the open one
 
     InstanceSession& session;
     const pid_t process; // a forked child has a copy of all this
-    FileLock masterLock; // held for as long as this process is the master
-    std::shared_ptr<Inbox> inbox; // a master's
-    quint16 port = 0; // on which this process is the master
+    FileLock masterLock; // held as long as this process is the master
+    std::shared_ptr<Inbox> inbox; // only a master has one
+    quint16 port = 0; // on which this master listens
     bool tookSpooled = false; // launches of a process before
     bool hasDelivered = false;
 };

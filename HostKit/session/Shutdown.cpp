@@ -21,21 +21,21 @@ void InstanceSessionPrivate::close()
     {
         const FileLock launchLock = takeLaunchLock();
         QList<LaunchMessage> left = stopMaster();
-        if (launchLock.isTaken()) // another master took our place when we could not be reached
+        if (launchLock.isTaken()) // another master may have taken the place of this one
             left = passOn(left);
         if (!left.isEmpty())
             spool(left);
     }
-    // Also what launches left for a master, since they waited in vain for this end.
+    // Also for launches that gave up waiting for this end, and are in the spool.
     if (hasSpooled())
         startAnother();
 }
 
-/* Gives the port back. Returns what was handed over and not delivered. */
+/* Gives the port back. Returns the launches that were not delivered. */
 QList<LaunchMessage> InstanceSessionPrivate::stopMaster()
 {
     if (SingleInstance::findController() && (port == 0 || !inbox->flush(port)))
-        qWarning("HostKit: what was handed over last may be lost, the master cannot be reached");
+        qWarning("HostKit: the last launches may be lost: this master cannot be reached");
     SingleInstance::SingleInstanceController::stop();
     masterLock = FileLock();
     return inbox->takeAll();
@@ -45,15 +45,15 @@ void InstanceSessionPrivate::startAnother() const
 {
     const char* reason = nullptr;
     if (tookSpooled && !hasDelivered)
-        reason = "has received none itself"; // or processes would start each other for ever
+        reason = "has received none itself"; // processes would start each other for ever
     else if (restartCommand.isEmpty())
         reason = "must not start another";
     else if (isLastSuccessor())
-        reason = "is the tenth in a row that others came for while one was quitting";
+        reason = "is the tenth in a row that was started for some";
     else if (!startSuccessor(restartCommand))
         reason = "cannot start another";
     if (reason)
-        qWarning("HostKit: lists of arguments wait for the next launch: this process %s", reason);
+        qWarning("HostKit: launches wait for the next one: this process %s", reason);
 }
 
 void InstanceSessionPrivate::closeAtExit()

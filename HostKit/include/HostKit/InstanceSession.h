@@ -14,7 +14,7 @@
 
 #include <memory>
 
-/*! What an application needs around the library, for applications that have no host of their own. */
+/*! What the library needs around it, for applications that have no host of their own. */
 namespace HostKit {
 
 class InstanceSessionPrivate;
@@ -76,16 +76,16 @@ public:
         - Master: it receives what other launches hand over.
         - Secondary: a master has the arguments, or will get them. Return from main(). This happens
           only without a Launch.
-        - Failed: it receives nothing, and a warning said why: the settings cannot be written, or the
-          master lives in another network namespace. The application decides what to do. Usually it
-          opens a window of its own.
+        - Failed: it receives nothing, and a warning said why: the settings cannot be written, or
+          the master lives in another network namespace. The application decides what to do. Usually
+          it opens a window of its own.
         - Inactive: the user asked for a process that takes no part (OptionRole::NewInstance).
     */
     SingleInstanceState state() const;
 
     /*!
-        Sets the program that the session starts at its end if launches are left: the program and its
-        arguments. An empty \a command forbids it. The program must build a session of the same
+        Sets the program that the session starts at its end if launches are left: the program and
+        its arguments. An empty \a command forbids it. The program must build a session of the same
         application.
 
         By default it is the file that $APPIMAGE names, if there is one, or else
@@ -100,10 +100,10 @@ Q_SIGNALS:
         launches. \a arguments are those of that launch, without the program path.
 
         It is emitted in the application's thread by the event loop: one launch an iteration, and
-        never after the loop was told to quit. Launches wait while nobody is connected, and while the
-        session's signals are blocked. What nobody has received when the application quits goes to
-        another process, which the session starts. What a process has not received when it is killed
-        is lost.
+        never after the loop was told to quit. Launches wait while nobody is connected, and while
+        the session's signals are blocked. What nobody has received when the application quits goes
+        to another process, which the session starts. What a process has not received when it is
+        killed is lost.
 
         \ref session describes this in full (docs/session.md).
     */

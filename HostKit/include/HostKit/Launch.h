@@ -42,15 +42,16 @@ enum class Positionals {
     QCommandLineParser parser;
     parser.addHelpOption();
     parser.addPositionalArgument(QStringLiteral("files"), QStringLiteral("Documents to open."));
-    HostKit::Launch launch(argc, argv, QStringLiteral("Example"), QStringLiteral("Documents"), parser);
+    HostKit::Launch launch(argc, argv, QStringLiteral("Example"), QStringLiteral("Documents"),
+                           parser);
     if (launch.isDone())
         return launch.exitCode();
     QApplication application(launch.argc(), launch.argv());
     HostKit::InstanceSession session;
     \endcode
 
-    The master runs in another folder. Therefore the launch makes file names absolute, for the master
-    and for the application object of this process:
+    The master runs in another folder. Therefore the launch makes file names absolute, for the
+    master and for the application object of this process:
     - A relative name is completed with the working folder.
     - A file URL becomes a path.
     - Another URI, such as mailto:someone, is not changed, unless a file has that name. A URI begins
@@ -63,8 +64,8 @@ enum class Positionals {
     object.
 
     If no master runs, the launch holds a lock until its session is master. Later launches wait for
-    that, up to 10 s, and then hand over. If the application takes longer, they leave their arguments
-    for it and end. Its window shows them when it opens.
+    that, up to 10 s, and then hand over. If the application takes longer, they leave their
+    arguments for it and end. Its window shows them when it opens.
 */
 class HOSTKIT_EXPORT Launch {
 public:
@@ -76,15 +77,16 @@ public:
         arguments are file names. So is everything after "--".
 
         Blocks for some milliseconds. At worst it waits 10 s for earlier launches, 2 s for a master
-        that does not answer, 30 s for one that stops while it accepts, and 4 s for the desktop. With
-        OptionRole::Wait it blocks until the answer comes.
+        that does not answer, 30 s for one that stops while it accepts, and 4 s for the desktop.
+        With OptionRole::Wait it blocks until the answer comes.
 
         Hands nothing over if \a application is empty, or if an application object exists already.
     */
     Launch(int argc, char** argv, const QString& organisation, const QString& application);
 
     /*!
-        The same for an application with a \a parser, which must know all options of the application.
+        The same for an application with a \a parser, which must know all options of the
+        application.
 
         If the user asks for help or the version, or makes a mistake, this constructor prints the
         text and ends the process, exactly as QCommandLineParser::process() does. It does not look

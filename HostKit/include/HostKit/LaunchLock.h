@@ -24,14 +24,15 @@ class FileLock;
     InstanceSession and Launch take the lock themselves. Do not hold it while you build one.
 
     Build the lock after the application object: organisation and application name say whose lock it
-    is. It is a file in the user's own configuration. The kernel releases it when its holder dies, so
-    that a crash delays nobody.
+    is. It is a file in the user's own configuration. The kernel releases it when its holder dies,
+    so that a crash delays nobody.
 */
 class HOSTKIT_EXPORT LaunchLock {
 public:
     /*!
-        Waits up to \a timeout milliseconds for the lock, in the calling thread. If it was not taken,
-        continue without it: an application that starts twice is better than one that does not start.
+        Waits up to \a timeout milliseconds for the lock, in the calling thread. If it was not
+        taken, continue without it: an application that starts twice is better than one that does
+        not start.
     */
     explicit LaunchLock(int timeout = 10000);
 

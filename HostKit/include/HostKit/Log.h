@@ -36,14 +36,15 @@ HOSTKIT_EXPORT void setLogLevel(LogLevel level);
 HOSTKIT_EXPORT void setLogSink(const LogSink& sink);
 
 /*!
-    A ready-made sink: writes each line to standard error, with the local time and the level in front.
+    A ready-made sink: writes each line to standard error, with the local time and the level in
+    front.
 
-    Lines quote what other processes sent. So characters that control or format text are escaped. Any
-    thread. It never waits: it drops a line that standard error does not take at once, and the next
-    line that gets through says how many were dropped.
+    Lines quote what other processes sent. So characters that control or format text are escaped.
+    Any thread. It never waits: it drops a line that standard error does not take at once, and the
+    next line that gets through says how many were dropped.
 
-    Standard error must be open. If the application was started with it closed, open /dev/null first:
-    otherwise its number will belong to a file or a connection.
+    Standard error must be open. If the application was started with it closed, open /dev/null
+    first: otherwise its number will belong to a file or a connection.
 */
 HOSTKIT_EXPORT void writeToStandardError(LogLevel level, const QString& text);
 

@@ -36,7 +36,7 @@ public:
     /*! Returns the folder in which the launch was started: an absolute path, or nothing. */
     QString workingFolder() const;
 
-    /*! Returns whether the launch waits for an answer. It does not any more if its user ended it. */
+    /*! Returns whether the launch waits for an answer. Its user may have ended it. */
     bool isWaiting() const;
 
     /*!

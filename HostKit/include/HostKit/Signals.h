@@ -13,10 +13,10 @@ namespace HostKit {
     HostKit::quitOnSignals();
     \endcode
 
-    Call it once, after the application object is built, in that object's thread. A signal that comes
-    before the event loop runs quits the loop as soon as it runs. The second signal of a kind ends the
-    process as if this function had not been called. A signal that the process ignores stays ignored:
-    nohup, for example, ignores SIGHUP.
+    Call it once, after the application object is built, in that object's thread. A signal that
+    comes before the event loop runs quits the loop as soon as it runs. The second signal of a kind
+    ends the process as if this function had not been called. A signal that the process ignores
+    stays ignored: nohup, for example, ignores SIGHUP.
 
     Returns false if there is no application object, if it was called before, or if the system
     refuses the two file descriptors that this takes.
