@@ -1,8 +1,8 @@
 #pragma once
 
 /*
- * The desktop and process operations that the library calls, under the names and with the shapes
- * they have on Windows. There this is the system's own header; elsewhere the functions are ours.
+ * The desktop and process operations that the library calls. They have the names and types that
+ * they have on Windows. There this is the system's own header. Elsewhere the functions are our own.
  */
 
 #ifdef _WIN32
@@ -36,26 +36,26 @@ DWORD GetCurrentProcessId();
 /*! Returns the id of the calling thread. */
 DWORD GetCurrentThreadId();
 
-/*! Returns the desktop to which a thread belongs. It is the same for all, and not owned. */
+/*! Returns the desktop of a thread. All threads have the same; nobody owns it. */
 HDESK GetThreadDesktop(DWORD threadId);
 
 /*!
-    Calls \a callback with each top-level window and \a context, topmost first, in the calling
-    thread, until it returns FALSE. Returns whether it went through all windows of a desktop that
-    could be asked. Blocks for two seconds at most, the two functions below included.
+    Calls \a callback in the calling thread with each top-level window and \a context, topmost
+    first, until it returns FALSE. Returns whether it visited all windows of a desktop that
+    answered. Blocks for two seconds at most, including the two functions below.
 */
 BOOL EnumDesktopWindows(HDESK desktop, WNDENUMPROC callback, LPARAM context);
 
 /*!
-    Stores the id of the process that owns \a window in \a processId, and leaves that alone if
-    nobody can tell. Returns 0: window owners are processes here, not threads. To be called from the
-    callback of a walk, with a window of that walk.
+    Stores the id of the process that owns \a window in \a processId, unless it is unknown. Returns
+    0: here processes own windows, not threads. Call it from the callback of a walk, with a window
+    of that walk.
 */
 DWORD GetWindowThreadProcessId(HWND window, DWORD* processId);
 
 /*!
-    Asks for \a window to be activated and on top. Returns whether the request was sent. To be
-    called from the callback of a walk, with a window of that walk.
+    Asks the window manager to activate \a window and to put it on top. Returns whether the request
+    was sent. Call it from the callback of a walk, with a window of that walk.
 */
 BOOL SetForegroundWindow(HWND window);
 

@@ -16,15 +16,15 @@
 #include <unistd.h>
 
 /*
- * The desktop operations on X11, by what window managers publish and obey (EWMH).
+ * The desktop operations on X11, by the properties and messages of window managers (EWMH).
  *
- * A walk has a connection of its own, closed at its end. It asks in batches, so that the number of
- * round trips does not grow with the number of windows. All talk with the server happens on threads
- * that may be left behind: a server that is stopped or grabbed blocks xcb for ever, and the caller
- * waits no longer than two seconds in all. What such a thread touches it shares by shared_ptr.
+ * Each walk has a connection of its own. It asks in batches, so that the number of round trips does
+ * not grow with the number of windows. A server that is stopped or grabbed blocks xcb for ever. So
+ * only threads that may be left behind talk with the server, and the caller waits for two seconds
+ * at most in all. Such a thread shares everything that it touches by shared_ptr.
  *
- * Replies are null for windows that are gone by now, and all of them are when the server dies. That
- * is normal here and reported to nobody.
+ * A reply is null if its window is gone. If the server dies, all replies are null. That is normal
+ * here, and nobody reports it.
  */
 
 namespace SingleInstance {
@@ -34,7 +34,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto timeout = std::chrono::seconds(2);
-constexpr int maxOwnerChain = 8; // dialogs of dialogs; a window may name itself its owner
+constexpr int maxOwnerChain = 8; // dialogs of dialogs
 constexpr uint32_t allDesktops = 0xFFFFFFFF;
 constexpr char desktop = 0; // there is one
 
@@ -74,7 +74,7 @@ private:
 
 struct Window {
     xcb_window_t id;
-    std::optional<DWORD> owner; // unless it cannot be told, or is on another machine
+    std::optional<DWORD> owner; // unless it is unknown or on another machine
 };
 
 struct Walk {
@@ -87,8 +87,8 @@ struct Walk {
 thread_local std::shared_ptr<Walk> currentWalk; // while its callbacks run
 
 /*
- * Runs work(walk) on a thread of its own. Returns whether it was done in time; if not, the walk
- * belongs to that thread and must not be looked at any more.
+ * Runs work(walk) on a thread of its own. Returns whether it ended in time. If it did not, the walk
+ * belongs to that thread: do not use it any more.
  */
 bool finishes(const std::shared_ptr<Walk>& walk, const std::function<void(Walk&)>& work)
 {
@@ -114,8 +114,9 @@ std::vector<xcb_window_t> windowList(Connection& connection, xcb_get_property_co
 }
 
 /*
- * The windows that the window manager lists, topmost first; empty without a window manager. One
- * that was killed leaves its lists on the root window, but not the window that it names there.
+ * Returns the windows that the window manager lists, topmost first, or nothing without a window
+ * manager. A window manager that was killed leaves its lists on the root window, but not its own
+ * window.
  */
 std::vector<xcb_window_t> listedWindows(Connection& connection)
 {
@@ -140,7 +141,7 @@ std::vector<xcb_window_t> listedWindows(Connection& connection)
     return windows;
 }
 
-/* What was asked about one window in a batch. */
+/* The questions about one window in a batch. */
 struct Questions {
     xcb_get_property_cookie_t pid;
     xcb_get_property_cookie_t machine;
@@ -207,8 +208,8 @@ xcb_window_t answeredOwner(Connection& connection, xcb_get_property_cookie_t coo
 }
 
 /*
- * The window and those that it is a dialog of, as far as they are listed, the outermost first. One
- * round trip for each dialog.
+ * Returns the window, and before it the windows that it is a dialog of, if they are listed. Takes
+ * one round trip for each dialog.
  */
 std::vector<xcb_window_t> ownersFirst(Walk& walk, xcb_window_t window, xcb_window_t owner)
 {
@@ -223,7 +224,7 @@ std::vector<xcb_window_t> ownersFirst(Walk& walk, xcb_window_t window, xcb_windo
     return chain;
 }
 
-/* Has the server say what time it is, in an event that precedes the replies asked for after it. */
+/* Makes the server send its time, in an event that comes before the replies to later questions. */
 void askForTime(Connection& connection)
 {
     const xcb_window_t probe = xcb_generate_id(connection.xcb); // goes with the connection
@@ -245,9 +246,9 @@ xcb_timestamp_t answeredTime(Connection& connection)
 }
 
 /*
- * Asks as a pager does, on behalf of the user, with a time that is fresh: that passes the strictest
- * focus stealing prevention. Some window managers leave a window on another desktop there and only
- * mark it, so that the desktop is switched to first.
+ * Asks as a pager does, on behalf of the user, with the current time. That passes the strictest
+ * focus stealing prevention. Some window managers only mark a window on another desktop. So this
+ * switches to that desktop first.
  */
 void activate(Walk& walk, xcb_window_t window)
 {

@@ -7,11 +7,10 @@
 namespace SingleInstance {
 
 /*!
-    A task that may block for ever, on a thread of its own that takes no signals from the host.
+    Runs a task that may block for ever, on a thread of its own. The thread blocks all signals.
 
-    If the task does not end, the thread is left behind, and ends with the process. So the task may
-    only touch what it owns or shares by shared_ptr. Copies of an object are the same task. Any
-    thread.
+    If the task does not end, the thread is left behind until the process ends. So the task may only
+    touch what it owns or shares by shared_ptr. Copies of an object are the same task. Any thread.
 */
 class DetachedTask {
 public:

@@ -10,11 +10,11 @@
 #include <string_view>
 
 /*
- * The functions of libxcb and libxcb-ewmh, loaded when one of them is first needed. To load them
- * with the library would take half a millisecond of every launch, before it hands over; a window is
- * raised after that. Code in this namespace calls these instead of the ones that are linked.
+ * The functions of libxcb and libxcb-ewmh, which are loaded on first use. If the libraries were
+ * linked, every launch would take half a millisecond more before it hands over; only later it
+ * raises a window. Code in this namespace calls these functions instead of those of the libraries.
  *
- * Any thread. Ask whether the library is there first.
+ * Any thread. Check first that the library is there.
  */
 namespace SingleInstance {
 
@@ -96,7 +96,7 @@ struct FreeReply {
 /*! Owns a reply or an event of libxcb. */
 template <typename Reply> using Owned = std::unique_ptr<Reply, FreeReply>;
 
-/*! xcb_connect() to the server that the environment names; sets \a screen to its number. */
+/*! Calls xcb_connect() for the server that the environment names. Sets \a screen to its number. */
 inline xcb_connection_t* connectToServer(int* screen)
 {
     static std::mutex mutex; // libXau keeps a name in a static buffer

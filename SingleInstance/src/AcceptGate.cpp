@@ -32,7 +32,7 @@ private:
     const int usualPending;
     QTimer retry;
     QElapsedTimer sinceCount;
-    int spare = 0; // connections that need no other count
+    int spare = 0; // connections to accept before the next count
 };
 
 AcceptGate::AcceptGate(QTcpServer& guarded)
@@ -43,9 +43,9 @@ AcceptGate::AcceptGate(QTcpServer& guarded)
     retry.setSingleShot(true);
     retry.setInterval(retryInterval);
     connect(&retry, &QTimer::timeout, this, &AcceptGate::open);
-    // Before an accept: a failing one may leave Qt spinning without a word. During a run of them:
-    // Qt accepts all that is queued before it comes back to the event loop. After a failed one:
-    // other threads take descriptors, too.
+    // Look before an accept: if it fails, Qt may spin without a message. Look between accepts: Qt
+    // accepts all queued connections before it returns to the event loop. Look after a failed
+    // accept: other threads take descriptors, too.
     for (QSocketNotifier* notifier : server.findChildren<QSocketNotifier*>())
         notifier->installEventFilter(this);
     connect(&server, &QTcpServer::newConnection, this, &AcceptGate::closeIfLow);
@@ -74,13 +74,13 @@ bool AcceptGate::isLow()
     sinceCount.start();
     const int left = freeFileDescriptors();
     const bool isCheap = sinceCount.nsecsElapsed() < cheapCount;
-    spare = isCheap ? 0 : (left - reserve) / 2; // the host takes some meanwhile
+    spare = isCheap ? 0 : (left - reserve) / 2; // the host may take the other half
     return left >= 0 && left <= reserve;
 }
 
 void AcceptGate::close()
 {
-    server.setMaxPendingConnections(0); // ends Qt's accept loop if we are called from within
+    server.setMaxPendingConnections(0); // ends Qt's accept loop, if that calls this
     server.pauseAccepting();
     retry.start();
 }

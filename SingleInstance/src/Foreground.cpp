@@ -7,11 +7,11 @@ namespace SingleInstance {
 
 namespace {
 
-/* Called for each window, topmost first. Returns whether to go on. */
+/* Called for each window, topmost first. Returns whether to continue. */
 BOOL CALLBACK activateIfMasterWindow(HWND window, LPARAM context)
 {
     const auto masterPid = static_cast<DWORD>(context);
-    DWORD owner = ~masterPid; // stays if the window is gone by now, and never matches
+    DWORD owner = ~masterPid; // never matches; it stays if the window is gone
     GetWindowThreadProcessId(window, &owner);
     if (owner != masterPid)
         return TRUE;

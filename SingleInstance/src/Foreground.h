@@ -5,8 +5,8 @@ namespace SingleInstance {
 /*!
     Asks the desktop to bring the first window of the master process to the foreground.
 
-    Call it from the thread whose desktop is meant. Reports nothing: no such window, or a refusal
-    by the desktop, ends it silently.
+    It uses the desktop of the calling thread. It reports nothing, even if there is no such window
+    or the desktop refuses.
 */
 void bringMasterToForeground();
 

@@ -16,7 +16,7 @@ using LogSink = std::function<void(torvane::LogLevel, const std::wstring&)>;
 
 /*!
     Ends the process: writes \a message at the level Fatal, stops the host's logger from catching
-    Qt's messages, aborts. For preconditions that the library's own callers keep.
+    Qt's messages, aborts. It guards preconditions that the callers in this library always keep.
 */
 [[noreturn]] void fatalError(const char* message);
 
@@ -50,10 +50,10 @@ void writeLine(const LogSink& sink, torvane::LogLevel level, const Values&... va
 /*!
     Writes one line of \a pieces at \a level to the host's sink.
 
-    A piece is a literal, a QString, an int or a quint16, or a callable that returns one of them. A
-    callable is called only when the line is written: a filtered line costs one call of
-    torvane::GetLoggerLevel(). Both threshold and sink are asked for each line, so that the host
-    may change them at any time. Takes no lock; call it from any thread. What the sink throws
+    A piece is a literal, a QString, an int, a quint16, or a callable that returns one of these. A
+    callable is called only if the line is written: a filtered line costs one call of
+    torvane::GetLoggerLevel(). Each line asks for the threshold and the sink, so that the host may
+    change them at any time. Takes no lock; call it from any thread. An exception of the sink
     reaches the caller.
 */
 template <typename... Pieces> void logLine(torvane::LogLevel level, const Pieces&... pieces)

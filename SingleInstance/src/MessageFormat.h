@@ -7,13 +7,13 @@
 namespace SingleInstance {
 
 /*
- * A hand-off message carries one argument list. It is a prefix of two bytes, the length of the body
- * in little-endian order, and the body: the big-endian QDataStream form of a QStringList. The two
- * byte orders differ.
+ * A hand-off message carries one argument list. It begins with a prefix of two bytes: the length of
+ * the body, in little-endian order. The body is the QDataStream form of a QStringList, in
+ * big-endian order. The two byte orders differ.
  */
 
 constexpr int prefixSize = 2;
-constexpr int maxBodySize = 0xFFFF; // what the prefix can state
+constexpr int maxBodySize = 0xFFFF; // the largest number in the prefix
 
 /*! Returns the list that stands for no arguments: a single blank. */
 QStringList noArguments();
@@ -27,7 +27,7 @@ qint64 packedSize(const QString& argument);
 /*! Returns the size of the body that carries \a arguments. */
 qint64 packedSize(const QStringList& arguments);
 
-/*! Returns \a body with its prefix in front, or nothing if the body is longer than maxBodySize. */
+/*! Returns \a body after its prefix, or nothing if the body is longer than maxBodySize. */
 QByteArray prefixed(const QByteArray& body);
 
 /*! Returns the length that the first two bytes of \a data state. */
@@ -36,9 +36,9 @@ quint16 bodySize(const QByteArray& data);
 /*!
     Reads the list that \a body carries into \a arguments.
 
-    Every status, and with QDataStream::Ok every list, is what the stream's own operator gives; but
-    that one reserves room for whatever count it reads, which lets eight hostile bytes claim
-    gigabytes. Bytes behind the last string are ignored.
+    Every status is that of the stream's own operator, and with QDataStream::Ok so is every list.
+    But that operator reserves memory for any count that it reads: eight hostile bytes could claim
+    gigabytes. Bytes after the last string are ignored.
 */
 QDataStream::Status unpackArguments(const QByteArray& body, QStringList& arguments);
 

@@ -71,7 +71,7 @@ bool sendToMaster(const QByteArray& body)
 bool sendTo(quint16 port, const QByteArray& body)
 {
     QTcpSocket socket;
-    socket.setProxy(QNetworkProxy::NoProxy); // Qt takes a while to find that loopback has none
+    socket.setProxy(QNetworkProxy::NoProxy); // Qt would look for a proxy first, which takes a while
     if (!connectByAnyProtocol(socket, port))
         return false;
     writeMessage(socket, prefixed(body));

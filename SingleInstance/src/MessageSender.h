@@ -9,12 +9,12 @@ namespace SingleInstance {
 /*!
     Delivers \a body, of 1 to 65,535 bytes, to the master that the settings slot names.
 
-    Returns true when a connection was made, whatever became of the write: nothing is acknowledged.
-    Returns false when the slot names no port, or nobody accepts on it.
+    Returns true if it connected, even if the write failed: nothing is acknowledged. Returns false
+    if the slot names no port, or no process accepts on it.
 
-    Blocks the calling thread, any thread, for 90 s at worst: 30 s each for IPv6, IPv4 and the
-    write. A port without a listener refuses at once. Needs no event loop. A body that is empty or
-    too long ends the process.
+    Any thread. Blocks for 90 s at worst: 30 s each for IPv6, IPv4 and the write. A port without a
+    listener refuses at once. Needs no event loop. A body that is empty or too long ends the
+    process.
 */
 bool sendToMaster(const QByteArray& body);
 

@@ -14,8 +14,8 @@ using torvane::LogLevel;
 namespace {
 
 /*
- * One accepted connection. All sizes are exact: two bytes for the prefix, then only what the body
- * lacks, so that bytes behind the message are never read.
+ * One accepted connection. It reads exactly two bytes for the prefix, and then exactly the missing
+ * bytes of the body. Bytes after the message are never read.
  */
 class Receiver : public QObject {
 public:
@@ -35,7 +35,7 @@ private:
     quint16 messageSize = 0; // 0 until the prefix has been read
     std::unique_ptr<QTcpSocket> socket;
     std::shared_ptr<MessageCallback> messageCallback;
-    bool finished = false; // whatever still comes is ignored
+    bool finished = false; // everything that still comes is ignored
 };
 
 Receiver::Receiver(std::unique_ptr<QTcpSocket> acceptedSocket,
@@ -60,8 +60,8 @@ Receiver::~Receiver()
 
 void Receiver::readMessage()
 {
-    // The first read may have been queued and overtaken by a readyRead that completed the message:
-    // a second pass would hand the list on twice.
+    // The first read may be queued, and a readyRead may complete the message before it. A second
+    // pass would hand the list on twice.
     if (finished)
         return;
     append(messageSize == 0 ? qint64(prefixSize) : missing());
@@ -70,7 +70,7 @@ void Receiver::readMessage()
     if (missing() > 0)
         return;
     logLine(LogLevel::Debug, "reading message of ", messageSize, " byte(s) completed.");
-    // A slot in this thread may run an event loop of its own. Nothing may come back in from there.
+    // A slot in this thread may run an event loop of its own. That must not call this again.
     finished = true;
     socket->disconnect(this);
     parseMessage();
@@ -78,8 +78,8 @@ void Receiver::readMessage()
 }
 
 /*
- * Takes the prefix off the data and reads what there is of the body. Returns whether the size is
- * known now.
+ * Removes the prefix from the data and reads the part of the body that has arrived. Returns whether
+ * the size is known now.
  */
 bool Receiver::readSize()
 {
@@ -125,7 +125,7 @@ void Receiver::parseMessage()
 void Receiver::closeConnection()
 {
     finished = true;
-    socket->close(); // may report the disconnection at once and come back here, which is harmless
+    socket->close(); // may emit disconnected() and call this again, which is harmless
     deleteLater();
 }
 
@@ -134,7 +134,7 @@ void Receiver::closeConnection()
 void receiveMessage(std::unique_ptr<QTcpSocket> socket,
                     std::shared_ptr<MessageCallback> messageCallback, QObject* parent)
 {
-    // Owned by itself until it is done, and by its parent.
+    // It deletes itself when it is done, unless its parent does so before.
     new Receiver(std::move(socket), std::move(messageCallback), parent);
 }
 

@@ -5,17 +5,17 @@ namespace SingleInstance {
 class SingleInstanceController;
 
 /*
- * The controller's entry in the host's registry of objects, under the name of its class. Call these
- * from the thread of start().
+ * The controller's entry in the host's registry of objects. Its name is that of the class. Call
+ * these functions from the thread of start().
  */
 
-/*! Returns the controller that is registered in this process, or null. It is not ours to delete. */
+/*! Returns the controller that is registered in this process, or null. Does not pass ownership. */
 SingleInstanceController* findController();
 
-/*! Enters \a controller, without owning it. What the registry says to it is not looked at. */
+/*! Enters \a controller, without owning it. Ignores the result of the registry. */
 void registerController(SingleInstanceController& controller);
 
-/*! Takes the entry out and returns the controller, now the caller's, or null. */
+/*! Removes the entry. Returns the controller, which the caller owns now, or null. */
 SingleInstanceController* takeController();
 
 } // namespace SingleInstance

@@ -42,9 +42,9 @@ bool slotHolds(quint16 expected)
 }
 
 /*
- * The slot is locked by nobody. A value that changed while the server opened, or that did not stay
- * after it was written, means that another process is becoming master at this moment. A value that
- * did not change may be one that a crash left behind.
+ * Nobody locks the slot. If its value changed while the server opened, or did not stay after it was
+ * written, another process becomes master at this moment. A value that did not change may be left
+ * from a crash.
  */
 bool claimSlot(quint16 portBefore, quint16 port)
 {
@@ -78,10 +78,10 @@ private:
 
     std::function<void(bool)> startedCallback;
     std::function<void(const QStringList&)> messageCallback;
-    qintptr leftListening = -1; // by a thread that was terminated
+    qintptr leftListening = -1; // the socket of a thread that was terminated
 };
 
-/* Launches would go on to connect, with nobody who ever reads. */
+/* A terminated thread leaves its socket open. Launches would connect, and nobody would read. */
 ServerThread::~ServerThread()
 {
     if (leftListening != -1)
@@ -111,7 +111,7 @@ void ServerThread::run()
         [server = &server, sharedCallback] { serve(*server, sharedCallback); },
         Qt::DirectConnection);
 
-    // Where a terminated thread unwinds its stack, the server closes the socket.
+    // If a terminated thread unwinds its stack, the server closes its socket.
     const auto closed = qScopeGuard([this] { leftListening = -1; });
     const bool ok = listenOnLoopback(server) && claimSlot(portBefore, server.serverPort());
     leftListening = server.socketDescriptor();
@@ -121,7 +121,8 @@ void ServerThread::run()
     if (ok)
         QThread::run();
 
-    // Deliberately no scope guard: a terminated thread unwinds its stack, and must leave its port.
+    // Deliberately no scope guard: a terminated thread may unwind its stack, and must leave its
+    // port.
     if (readMasterPort() == server.serverPort())
         writeMasterPort(0);
     server.close();

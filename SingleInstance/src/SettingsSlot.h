@@ -5,12 +5,11 @@
 namespace SingleInstance {
 
 /*
- * The two values in the host's settings by which the processes of one application find their
- * master. Nothing is locked or cached: each call is one call of the host's store. Call them from
- * any thread.
+ * Two values in the host's settings, by which the processes of one application find their master.
+ * Nothing is locked or cached: each call is one call of the host's store. Any thread.
  */
 
-/*! Returns the port of the master that claimed the slot last; 0 means that none holds it. */
+/*! Returns the port of the master that claimed the slot last, or 0 if none holds it. */
 quint16 readMasterPort();
 
 /*! Claims the slot for \a port, or gives it back with 0. */

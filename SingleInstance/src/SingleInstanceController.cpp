@@ -41,7 +41,7 @@ void finishAsSecondary(const QStringList& arguments)
     bringMasterToForeground();
 }
 
-/* From here on the registry and the application's end hold the controller. */
+/* From here on, the registry and the end of the application hold the controller. */
 void finishAsMaster(std::unique_ptr<SingleInstanceController> owner)
 {
     SingleInstanceController* const controller = owner.release();
@@ -53,9 +53,7 @@ void finishAsMaster(std::unique_ptr<SingleInstanceController> owner)
 
 } // namespace
 
-/*
- * The class is exported whole, but the compiler leaves out inline members that nothing here calls.
- */
+/* The whole class is exported, but the compiler omits inline members that nothing here calls. */
 QT_WARNING_PUSH
 QT_WARNING_DISABLE_DEPRECATED
 namespace {
@@ -114,7 +112,7 @@ SingleInstanceState SingleInstanceController::start()
         finishAsSecondary(arguments);
     if (state == SingleInstanceStateMaster)
         finishAsMaster(std::move(controller));
-    return currentState = state; // only then a controller that serves nothing is destroyed
+    return currentState = state; // after that, a controller that does not serve is destroyed
 }
 
 SingleInstanceState SingleInstanceController::stop()
@@ -148,7 +146,7 @@ bool SingleInstanceController::startMaster()
         return true;
     }
 
-    std::atomic<bool> started = false; // outlives its use: the thread reports before it serves
+    std::atomic<bool> started = false; // the thread uses it only before it serves
     auto thread = makeServerThread(
         [&started](bool ok) { started = ok; },
         [this](const QStringList& arguments) {
@@ -156,10 +154,10 @@ bool SingleInstanceController::startMaster()
                 const std::lock_guard<std::mutex> lock(messagesMutex);
                 messages.append(arguments);
             }
-            Q_EMIT messageReceived(); // unlocked, for a slot may take the list right here
+            Q_EMIT messageReceived(); // without the lock: a slot may take the list right here
         });
     thread->start();
-    // Not waited for by a condition: a thread that the system cannot start never reports.
+    // Not by a condition variable: a thread that the system cannot start never reports.
     while (thread->isRunning() && !started)
         QThread::yieldCurrentThread();
     if (!started) {

@@ -3,15 +3,15 @@
 namespace SingleInstance {
 
 /*
- * A terminated thread is cut off at its next system call, wherever that is. In Qt that could leave a
- * lock taken for good. So the server's thread can be terminated only while it runs code of the host,
- * which is the only code in it that may hang.
+ * A terminated thread stops at its next system call, wherever that is. Inside Qt it could hold a
+ * lock then, for ever. So the server thread can be terminated only while it runs code of the host.
+ * No other code in it may hang.
  */
 
-/*! Forbids to terminate the calling thread, but for its calls of the host. */
+/*! Forbids to terminate the calling thread, except during its calls of the host. */
 void forbidTermination();
 
-/*! A call of the host. Allows to terminate the thread until it returns; no effect in other threads. */
+/*! A call of the host. Until it returns, the thread may be terminated. No effect in other threads. */
 class HostCall {
 public:
     HostCall();

@@ -14,8 +14,8 @@ namespace Core {
 class Invokator {
 public:
     /*!
-        Runs \a function once in the thread of \a context, at once or from its event loop, unless
-        \a context is destroyed first.
+        Runs \a function once in the thread of \a context: at once, or later from its event loop.
+        Does not run it if \a context is destroyed before.
     */
     static void invokeInCurrentThread(std::function<void()> function, QObject* context);
 };

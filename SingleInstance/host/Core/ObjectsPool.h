@@ -15,12 +15,12 @@ namespace Core {
 /*!
     The host's registry of named objects, one per process.
 
-    The library enters the master's controller here. An entry has to go when its object is
-    destroyed, so that take() never yields a dangling pointer.
+    The library enters the master's controller here. When an object is destroyed, its entry must go,
+    so that take() never returns a dangling pointer.
 */
 class ObjectsPool {
 public:
-    /*! An object twice: untyped, and as the QObject that tells when it is destroyed. */
+    /*! An object, twice: as an untyped pointer, and as the QObject that emits destroyed(). */
     using Entry = std::pair<void*, QObject*>;
 
     /*! Returns the process-wide registry, which lives as long as the process. */
@@ -30,7 +30,8 @@ public:
     Entry find(const QString& name, bool flag) const;
 
     /*!
-        Stores \a entry as \a name; returns whether it did. Owns nothing. The library passes true.
+        Stores \a entry as \a name, without owning it. Returns whether it did. The library passes
+        true.
     */
     bool add(const Entry& entry, const QString& name, bool flag);
 

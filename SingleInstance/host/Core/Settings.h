@@ -13,8 +13,8 @@ namespace Core {
 /*!
     The host's persistent settings, shared by all its processes.
 
-    The library keeps the master's port and process id here. What one process writes another must
-    read right away, and both functions are called from more than one thread.
+    The library keeps the master's port and process id here. Other processes must read at once what
+    one process has written. The library calls both functions from more than one thread.
 */
 class Settings {
 public:

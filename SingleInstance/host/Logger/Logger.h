@@ -8,8 +8,8 @@
 namespace Logger {
 
 /*!
-    Lets the host's logger catch Qt's own messages, or no longer. The library calls it with false
-    before it ends the process on a broken precondition.
+    Says whether the host's logger catches Qt's own messages. The library calls it with false before
+    it ends the process because of a broken precondition.
 */
 void setQtDebugCatchingOn(bool on);
 

@@ -25,8 +25,8 @@ enum class LogLevel : int {
 LogLevel GetLoggerLevel();
 
 /*!
-    Returns the sink that takes each line, without a line break; it may be empty. Called from any
-    thread; the sink itself is called from any thread, too.
+    Returns the sink that takes each line, without a line break. It may be empty. The library calls
+    this function, and the sink itself, from any thread.
 */
 const std::function<void(LogLevel, const std::wstring&)>& GetLoggerDelegate();
 
