@@ -1,7 +1,6 @@
 /*
- * An application with a window, as far as a launch goes that hands over; a first one goes on until
- * its window is shown, and says so with a byte. With LAUNCH, by HostKit::Launch; with PARSER, which
- * tells what its options are.
+ * An application with a window. A second launch hands over and ends. A first launch shows its window,
+ * writes a byte, and ends. With LAUNCH it has a HostKit::Launch, with PARSER also a parser.
  */
 
 #include <HostKit/InstanceSession.h>

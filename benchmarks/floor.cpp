@@ -1,5 +1,4 @@
-/* What every Qt program with network costs at its start: says so with a byte as soon as it is up.
- */
+/* The least that a Qt program does: it builds its application object, and writes a byte. */
 
 #include <QtCore/QCoreApplication>
 

@@ -1,8 +1,9 @@
 /*
- * What crosses threads or processes, each beside floors measured in the same run. Ours and the
- * floors take turns, one at a time: send, wait until the list is in the inbox, go on.
+ * Measures hand-offs and launches, and floors to compare them with. They take turns, one at a time:
+ * send, wait until the list is in the inbox, continue.
  *
- * Prints one line a result: what, ours, floor, unit, by tabs; and "size" lines for the plot.
+ * Prints one line for each result, separated by tabs: what, ours, floor, unit. Prints "size" lines for
+ * the plot.
  */
 
 #include "ConfigDirectory.h"
@@ -77,7 +78,7 @@ void print(const char* what, double ours, double floor, const char* unit)
     std::fflush(stdout);
 }
 
-/* As a session's, whose launches take a master without the lock for crashed. */
+/* With the lock of a session: launches consider a master without it crashed. */
 void becomeMaster(const char* organisation, const char* application)
 {
     QCoreApplication::setOrganizationName(QString::fromLatin1(organisation));
@@ -140,7 +141,7 @@ void measureHandOffs()
     }
 }
 
-/* Starts a program; returns its process id and an end of a pipe from its output. */
+/* Starts a program. Returns its process id, and in \a output an end of a pipe from its output. */
 pid_t start(const char* program, int& output)
 {
     std::array<int, 2> channel = {};
@@ -174,8 +175,8 @@ void saysSo(int output)
 }
 
 /*
- * Starts a program and waits until it has \a happened. The end of the process is waited for and not
- * measured.
+ * Starts a program and waits until it has \a happened. Then waits for the end of the process, without
+ * measuring it.
  */
 Action startOf(const char* program, void (*happened)(int))
 {

@@ -1,24 +1,30 @@
 /*
- * How launches of one application find their master, what the locks of a session add, and what
- * becomes of lists when a master quits.
+ * How launches of one application find their master, what the locks of a session add, and what happens
+ * to lists when a master quits.
  *
  *   spin -a -DN=3 docs/arbitration.pml && cc -O2 -DSAFETY -o pan pan.c && ./pan
  *
- * N processes start at any moment, each with a list to hand over. A master shows what it got, one
- * list at a time, and quits at any moment. What it has not shown goes into the spool, and another
- * process is started for it. At most one process is killed, at any moment, and a stranger may then
- * listen on the port that it left. At most one master can no longer be reached, from any moment on.
- * At most one launch waits for the launch lock in vain, since the holder is slow: it hands over to a
- * master that answers, or leaves its list in the spool.
+ * N processes start at any moment, each with a list to hand over. A master shows its lists, one at a
+ * time, and quits at any moment. It puts the lists that it has not shown into the spool, and starts
+ * another process for them. These happen once at most, at any moment:
+ * - A process is killed, perhaps while it holds the launch lock. Then another application may listen on
+ *   its port.
+ * - A master can no longer be reached.
+ * - A launch gives up waiting for the launch lock, because its holder is slow. It hands over to a master
+ *   that answers, or leaves its list in the spool.
  *
- * Checked: there is never more than one master that can be reached, no launch fails, no launch that
- * began after the kill hands over to the stranger, and every list is shown once, unless its receiver
- * was killed, or waits in the spool for a next launch that does not come: that is so only if a
- * process was started for lists and showed none, or was killed.
+ * Checked:
+ * - There is never more than one master that can be reached.
+ * - No launch fails.
+ * - No launch that began after the kill hands over to the other application.
+ * - Every list is shown once, unless its receiver was killed, or it waits in the spool for a launch that
+ *   does not come. It waits only if a process was started for the spool and showed none, or was killed.
  *
- * Three definitions take something away, and the checker has to find what happens then. -DBARE: the
- * session's two locks, the kill and the quits; two masters. -DFORGETFUL: the spool; a lost list.
- * -DWITHOUT_LOCK: a launch that waited in vain goes on as if it had the lock; two masters.
+ * Each definition removes something, and the checker must find the error.
+ * -DBARE: no locks, and also no kill and no quits. Two masters.
+ * -DFORGETFUL: no spool. A lost list.
+ * -DWITHOUT_LOCK: a launch that gives up waiting acts as if it had the lock. Two masters.
+ * -DWITHOUT_MASTER_LOCK: a master does not hold master.lock. Two masters.
  */
 
 #ifndef N
@@ -28,7 +34,7 @@
 
 byte port;           /* the slot in the settings: 0, or the process that listens */
 bool serving[MOST];  /* the process accepts connections */
-bool deaf[MOST];     /* and nobody reaches it */
+bool cutOff[MOST];     /* and nobody reaches it */
 byte inbox[MOST];    /* lists handed over to it and not yet shown */
 byte waiting;        /* lists in the spool */
 byte launches;       /* who holds launch.lock */
@@ -38,7 +44,7 @@ byte handed, shown, lost, running;
 bool mayWait;        /* in the spool, until the end */
 byte killed = 255;   /* nobody, until it is decided */
 byte unreachable = 255;
-byte impatient = 255;
+byte givesUp = 255;
 
 inline acquireLaunches() {
 #ifdef BARE
@@ -48,27 +54,27 @@ inline acquireLaunches() {
 #endif
 }
 
-/* The launch that waits in vain does so only while somebody holds the lock. */
+/* A launch gives up waiting only while another process holds the lock. */
 inline awaitLaunches() {
 #ifdef BARE
     hasLock = true
 #else
     if
     :: atomic { launches == 0 -> launches = _pid; hasLock = true }
-    :: launches != 0 && impatient == _pid
+    :: launches != 0 && givesUp == _pid
     fi
 #endif
 }
 
 /*
- * Without the lock. Its holder may have become master, and taken what waited, just before the list
- * came into the spool: so look again.
+ * Without the lock. Its holder may have become master, and emptied the spool, just before the list came
+ * into it. So look again.
  */
 inline leaveForNext() {
     seen = port;
     atomic {
         if
-        :: seen != 0 && serving[seen] && !deaf[seen] ->
+        :: seen != 0 && serving[seen] && !cutOff[seen] ->
             inbox[seen]++; handed++; isSecondary = true
         :: else
         fi
@@ -85,7 +91,7 @@ inline leaveForNext() {
         seen = port;
         atomic {
             if
-            :: !hasLock && waiting > 0 && seen != 0 && serving[seen] && !deaf[seen] ->
+            :: !hasLock && waiting > 0 && seen != 0 && serving[seen] && !cutOff[seen] ->
                 waiting--; inbox[seen]++
             :: else
             fi
@@ -102,32 +108,32 @@ inline releaseLaunches() {
 #endif
 }
 
-/* A launch that could have master.lock for itself knows that no master lives. Else it tries the port. */
+/* If master.lock is free, no master lives. Otherwise look at its port. */
 inline findWayToMaster() {
     if
     :: atomic { living == 0 -> sawMaster = false }; port = 0
     :: living > 0 ->
        atomic {
            if
-           :: port != 0 && serving[port] && !deaf[port]
-           :: else -> port = 0 /* it was killed meanwhile, or is deaf */
+           :: port != 0 && serving[port] && !cutOff[port]
+           :: else -> port = 0 /* it was killed meanwhile, or cannot be reached */
            fi
        }
     fi
 }
 
-/* The kernel of a living listener takes the connection and the bytes. */
+/* The kernel accepts the connection and the bytes for a listener that lives. */
 inline notifyMaster() {
     seen = port;
     atomic {
         if
         :: seen != 0 && serving[seen] -> inbox[seen]++; handed++; isSecondary = true
-        :: else -> assert(seen == 0 || sawMaster) /* or a stranger may have accepted */
+        :: else -> assert(seen == 0 || sawMaster) /* or another application may have accepted */
         fi
     }
 }
 
-/* Read, listen, read, write, read back; give back what is still one's own after a failure. */
+/* Read, listen, read, write, read back. After a failure, give the slot back if it is still one's own. */
 inline startMaster() {
     seen = port;
     serving[_pid] = true;
@@ -148,7 +154,7 @@ inline startMaster() {
 }
 
 /*
- * To the master that took the place of one who could not be reached, if there is one, else into the
+ * To another master, which took the place of this one when it could not be reached. Otherwise into the
  * spool.
  */
 inline leaveLists() {
@@ -157,7 +163,7 @@ inline leaveLists() {
 #else
     atomic {
         if
-        :: living > 0 && port != 0 && serving[port] && !deaf[port] ->
+        :: living > 0 && port != 0 && serving[port] && !cutOff[port] ->
             inbox[port] = inbox[port] + inbox[_pid]
         :: else ->
             waiting = waiting + inbox[_pid]
@@ -169,16 +175,16 @@ inline leaveLists() {
 
 inline quitMaster() {
     acquireLaunches();
-    atomic { /* the flush: nobody hands over from here on */
+    atomic { /* the flush: no launch hands over from here on */
         serving[_pid] = false;
         isMaster = false;
-        if :: !deaf[_pid] -> masters-- :: else fi
+        if :: !cutOff[_pid] -> masters-- :: else fi
     };
     if :: port == _pid -> port = 0 :: else fi;
-    atomic { living--; isLocked = false };
+    atomic { if :: isLocked -> living--; isLocked = false :: else fi };
     leaveLists();
     releaseLaunches();
-    atomic { /* also what the impatient launch left meanwhile */
+    atomic { /* also what a launch without the lock left meanwhile */
         if
         :: waiting > 0 && isSuccessor && !hasShown -> mayWait = true
         :: waiting > 0 && !(isSuccessor && !hasShown) -> running++; run Launch(true)
@@ -187,23 +193,23 @@ inline quitMaster() {
     }
 }
 
-proctype Launch(bool isForLists) {
+proctype Launch(bool startedForSpool) {
     byte seen;
     bool isSecondary, isMaster, isLocked, isSuccessor, hasShown, hasLock;
-    bool sawMaster = true; /* alive, when this launch began */
+    bool sawMaster = true; /* that lived when this launch began */
     {
         awaitLaunches();
 #ifdef WITHOUT_LOCK
         hasLock = true;
 #endif
         if
-        :: !hasLock && !isForLists -> leaveForNext()
+        :: !hasLock && !startedForSpool -> leaveForNext()
         :: else
         fi;
         if
         :: !hasLock
-        :: hasLock && isForLists && waiting == 0 -> releaseLaunches() /* somebody else showed them */
-        :: hasLock && !(isForLists && waiting == 0) ->
+        :: hasLock && startedForSpool && waiting == 0 -> releaseLaunches() /* another process showed them */
+        :: hasLock && !(startedForSpool && waiting == 0) ->
 #ifndef BARE
             findWayToMaster();
 #endif
@@ -213,10 +219,12 @@ proctype Launch(bool isForLists) {
             if :: !isSecondary && !isMaster -> startMaster() :: else fi;
 #ifndef BARE
             assert(isSecondary || isMaster);
+#ifndef WITHOUT_MASTER_LOCK
             if :: isMaster -> atomic { living++; isLocked = true } :: else fi;
+#endif
             atomic {
                 if
-                :: isMaster && waiting > 0 -> /* the file is removed, and then its lists are used */
+                :: isMaster && waiting > 0 -> /* it removes the file before it uses the lists */
                     isSuccessor = true;
                     inbox[_pid] = inbox[_pid] + waiting;
                     waiting = 0
@@ -233,8 +241,8 @@ proctype Launch(bool isForLists) {
         :: !isMaster -> break
         :: isMaster && inbox[_pid] > 0 ->
             atomic { shown++; inbox[_pid]--; hasShown = true }
-        :: isMaster && !deaf[_pid] && unreachable == _pid ->
-            atomic { deaf[_pid] = true; unreachable = 0; masters-- }
+        :: isMaster && !cutOff[_pid] && unreachable == _pid ->
+            atomic { cutOff[_pid] = true; unreachable = 0; masters-- }
         :: isMaster -> quitMaster()
         od
 #endif
@@ -242,7 +250,7 @@ proctype Launch(bool isForLists) {
         atomic {
             killed == _pid ->
             killed = 0;
-            if :: isMaster && !deaf[_pid] -> masters-- :: else fi;
+            if :: isMaster && !cutOff[_pid] -> masters-- :: else fi;
             serving[_pid] = false;
             lost = lost + inbox[_pid];
             inbox[_pid] = 0;
@@ -251,7 +259,7 @@ proctype Launch(bool isForLists) {
             if :: isLocked -> living-- :: else fi
         }
     };
-    atomic { deaf[_pid] = false; running-- } /* another process may get this number */
+    atomic { cutOff[_pid] = false; running-- } /* another process may get this number */
 }
 
 init {
@@ -271,8 +279,8 @@ init {
     :: unreachable = 2
     fi;
     if
-    :: impatient = 0
-    :: impatient = 2
+    :: givesUp = 0
+    :: givesUp = 2
     fi;
     running == 0;
     assert(handed == shown + lost + waiting);

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds, measures in under three minutes, prints one table, and puts it with a plot into
-# docs/performance.md and docs/performance.svg. With --try, takes a few samples and leaves docs alone.
+# Builds, measures in under three minutes, prints a table, and writes it with a plot to
+# docs/performance.md and docs/performance.svg. With --try, takes a few samples and changes no documents.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh

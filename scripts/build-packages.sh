@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds the Debian packages, for Qt 5 and Qt 6: build/packages/*.deb. Who maintains them stands in
-# packaging/maintainer.
+# Builds the Debian packages for Qt 5 and Qt 6: build/packages/*.deb. packaging/maintainer says who
+# maintains them.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -15,7 +15,7 @@ cd "$source"
 mv packaging/debian .
 sed -i "s|@MAINTAINER@|$(cat packaging/maintainer)|" debian/control debian/changelog
 
-# write_symbols LIBRARY QT : what the library exports, by which other packages depend on it.
+# write_symbols LIBRARY QT : the symbols of the library, from which other packages get their dependency.
 write_symbols() {
     package=$(printf 'lib%s%s1' "$1" "${2:+$2-}" | tr '[:upper:]' '[:lower:]')
     differences= # Qt 6 declares no trUtf8(), and a list of strings as what it is

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Makes the API reference from the headers: build/reference/index.html. A gap in them is an error.
+# Makes the API reference from the headers: build/reference/index.html. Missing documentation is an error.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds Qt Core, Network and Test for Windows from Debian's own source package, unless that was done
-# before, and says in which folder they are. It is in the user's cache, for all clones.
+# Builds Qt Core, Network and Test for Windows from Debian's own source package, unless they are in the
+# user's cache. Prints their folder in that cache, which all clones share.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -18,7 +18,7 @@ offer() {
     folder_of "$1"
     exit
 }
-# That of the machine's own Qt, if the archive has it.
+# The version of this machine's own Qt, if the archive has its source.
 version=$(dpkg-query -W -f '${source:Version}' qtbase5-dev)
 offer "$version" || true
 
@@ -26,7 +26,7 @@ work=$(mktemp -d "$cache/building.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 trap 'exit 1' HUP INT TERM
 
-# The archives that this machine has its packages from, asked for sources, in lists of our own.
+# The archives of this machine's packages, as archives of sources, in lists of our own.
 apt() {
     command=$1
     shift
@@ -59,6 +59,6 @@ quietly ../source/configure -prefix "$folder" -opensource -confirm-license -rele
     -nomake examples -nomake tests
 quietly make -j "$(nproc)"
 quietly make install "INSTALL_ROOT=$work/installed"
-# In one piece, so that what was interrupted is not taken for whole.
+# In one step, so that an interrupted build is never used.
 mv -T "$work/installed$folder" "$folder"
 echo "$folder"

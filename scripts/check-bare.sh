@@ -1,7 +1,7 @@
 #!/bin/sh
-# Does in bare Debian roots, with nothing but git, what a newcomer does: the README's installation and
-# its complete program, and scripts/demo.sh. With --long also scripts/test.sh. Each has a fresh root
-# with the committed tree in it. Needs root, and a Debian to take the package sources from.
+# Runs the commands of the README as a newcomer does, in bare Debian roots with nothing but git: the
+# installation with the complete program, and scripts/demo.sh. With --long also scripts/test.sh. Each runs
+# in a fresh root that contains the committed tree. Needs root, and Debian's package sources.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -21,7 +21,7 @@ trap 'rm -rf "$folder"' EXIT
 mkdir "$folder/app"
 git archive HEAD | tar -xf - -C "$folder/app"
 
-# block LINE : what stands in the block of the README behind a line
+# block LINE : prints the code block of the README after a line
 block() {
     awk -v line="$1" '
         $0 == line { on = 1; next }
@@ -29,7 +29,7 @@ block() {
         on == 2 && /^```$/ { exit }
         on == 2 { print }' README.md
 }
-# commands LINE : the first commands behind a line of the README
+# commands LINE : prints the first commands of the README after a line
 commands() {
     awk -v line="$1" '$0 == line { on = 1; next } on && /^    / { print; seen = 1; next } seen { exit }' \
         README.md
@@ -55,7 +55,7 @@ commands() {
 block '<!-- sample: session -->' >"$folder/app/main.cpp"
 block '<!-- sample: cmake -->' >"$folder/app/program.txt"
 
-# bare NAME COMMAND... : runs a command in a root of its own, and brings its folder build/demo back.
+# bare NAME COMMAND... : runs a command in a root of its own, and copies its folder build/demo out.
 bare() {
     name=$1
     shift

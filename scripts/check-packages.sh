@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds the Debian packages, has lintian look at them, and for each version of Qt installs them,
-# builds applications that use them, and removes them.
+# Builds the Debian packages and runs lintian. Then for each version of Qt: installs them, builds
+# applications that use them, and removes them.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -20,7 +20,7 @@ for package in build/packages/*.deb; do
         exit 1
     fi
 done
-# The licence, and the report of the intent to package, are for the maintainer.
+# The licence and the report of the intent to package are the maintainer's.
 if lintian --allow-root build/packages/*.deb |
     grep -v ': no-copyright-file$\|: initial-upload-closes-no-bugs '; then
     echo "lintian found more than what is the maintainer's" >&2
@@ -34,7 +34,7 @@ remove_packages() {
     quietly as_root apt-get purge -qy $packages
 }
 
-# check_packages QT PACKAGE... : all that belong to a version of Qt.
+# check_packages QT PACKAGE... : all packages for a version of Qt.
 check_packages() {
     qt=$1
     shift

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds the library for Windows, static and as a DLL, and runs its tests under Wine, on a private
-# display. The first time it builds Qt, too, which takes long.
+# Builds the library for Windows, static and as a DLL, and runs its tests under Wine on a private display.
+# The first time it also builds Qt, which takes long.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -16,7 +16,7 @@ fi
 
 folder=$(mktemp -d)
 export HOME="$folder" WINEPREFIX="$folder/wine" WINEDEBUG=-all
-# Nothing to be downloaded, and no entries in the desktop's menu.
+# Wine must not download anything, and must add nothing to the desktop's menu.
 export WINEDLLOVERRIDES='mscoree,mshtml,winemenubuilder.exe='
 runtime=$(dirname "$(x86_64-w64-mingw32-g++-posix -print-file-name=libstdc++-6.dll)")
 export WINEPATH="$qt/bin;$runtime;/usr/x86_64-w64-mingw32/lib;$PWD/build/windows-dll/SingleInstance"
@@ -30,7 +30,7 @@ trap 'exit 1' HUP INT TERM
 start_private_display "$folder"
 quietly wineboot --init
 
-# check NAME TESTS OPTION... : builds the tests that TESTS matches, and runs them.
+# check NAME TESTS OPTION... : builds all tests, and runs those that TESTS matches.
 check() {
     built=build/$1
     tests=$2

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Sets up what is missing, builds the viewer, and shows the main job: three launches, one window.
+# Installs what is missing, builds the viewer, and shows three launches in one window.
 #
-# On a display the window stays open. Without one it happens on a private server, and ends with two
-# pictures: before and after the last launch.
+# On a display the window stays open. Without a display, a private server shows it, and two pictures are
+# made: before and after the last launch.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -27,14 +27,14 @@ printf 'This is the first document.\n' >"$demo/documents/first.txt"
 printf 'Opened by a relative path, from another folder.\n' >"$demo/elsewhere/second.txt"
 printf 'Grüße: blanks and letters of all kinds in its name.\n' >"$demo/documents/drei Grüße.txt"
 
-# Apart from the user's own viewer, if there is one.
+# Separate from the user's own viewer, if there is one.
 export XDG_CONFIG_HOME="$demo/settings" SINGLEINSTANCE_LOG_LEVEL=2
 
 opened() {
     grep -q "opened .*$1" "$demo/master.log"
 }
 
-# Whether the active window belongs to the process $1.
+# is_active PROCESS : whether the active window belongs to it.
 is_active() {
     window=$(xprop -root _NET_ACTIVE_WINDOW 2>/dev/null | sed 's/.* //')
     [ "$(xprop -id "$window" _NET_WM_PID 2>/dev/null | sed 's/.* //')" = "$1" ]

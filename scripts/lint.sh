@@ -1,5 +1,5 @@
 #!/bin/sh
-# Holds what takes seconds to hold: the format of C++ and of scripts, and the spelling.
+# The checks that take seconds: the format of C++, the spelling, and the scripts.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh

@@ -1,7 +1,7 @@
 #!/bin/sh
-# Makes the mutants of tests/mutations.txt in a copy of the code, one at a time, builds each, runs the
-# test that has to fail, and prints those that survive. Takes ten minutes for all.
-# usage: mutate.sh [COUNT]: so many of them, which ones depends on how many commits there are
+# Makes the mutants of tests/mutations.txt in a copy of the code, one at a time. Builds each, runs the test
+# that must fail, and prints the mutants that survive. All of them take ten minutes.
+# usage: mutate.sh [COUNT]: only so many; which ones depends on the number of commits
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -26,7 +26,7 @@ count=${1:-$all}
 first=$(($(git rev-list --count HEAD) * count % all))
 cat "$mutants" "$mutants" | tail -n "+$((first + 1))" | head -n "$count" >"$copy/chosen"
 
-# build_tests: those that are chosen.
+# build_tests: the tests of the chosen mutants.
 build_tests() {
     # shellcheck disable=SC2046
     quietly cmake --build "$copy/build" --target \
@@ -35,8 +35,8 @@ build_tests() {
 quietly cmake -G Ninja -S "$copy/source" -B "$copy/build"
 build_tests
 
-# outcome FILE EXPRESSION TEST... : what comes of a mutant, or nothing if a check of the test failed: a
-# time-out, or a display that crashed, noticed nothing
+# outcome FILE EXPRESSION TEST... : prints why a mutant survives, or nothing if a check of the test failed.
+# A time-out or a crashed display is no failed check.
 outcome() {
     file=$1
     expression=$2

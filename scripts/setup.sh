@@ -1,11 +1,11 @@
-# Sourced by the other scripts: installs what is missing, and says nothing when nothing is.
+# For the other scripts: functions that install, build and start what they need.
 
 # as_root COMMAND... : with sudo if not root.
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
 }
 
-# require_packages PACKAGE... : installs those that are missing, through apt-get.
+# require_packages PACKAGE... : installs the missing ones through apt-get. Is silent if none is missing.
 require_packages() {
     if ! command -v apt-get >/dev/null; then
         echo "This is not Debian: install yourself what its packages have: $*"
@@ -18,13 +18,13 @@ require_packages() {
     done
     [ -n "$missing" ] || return 0
     echo "Installing:$missing"
-    # One call, so that sudo asks for a password no more than once.
+    # One call, so that sudo asks for a password once at most.
     # shellcheck disable=SC2086
     quietly as_root env DEBIAN_FRONTEND=noninteractive sh -c \
         'apt-get update -q && apt-get install -qy --no-install-recommends "$@"' setup $missing
 }
 
-# quietly COMMAND... : shows what the command printed only if it fails.
+# quietly COMMAND... : shows the output of the command only if it fails.
 quietly() {
     output=$("$@" 2>&1) || {
         printf '%s\n' "$output" >&2
@@ -40,7 +40,7 @@ build() {
     quietly cmake --build --preset "$preset" ${1:+--target "$@"}
 }
 
-# until_true COMMAND... : tries for up to ten seconds.
+# until_true COMMAND... : repeats the command for up to ten seconds.
 until_true() {
     for _ in $(seq 200); do
         "$@" && return 0
@@ -50,7 +50,7 @@ until_true() {
     return 1
 }
 
-# What the script started, by process id, and ends when it ends.
+# Processes that the script started, and that end with it.
 started=
 end_started() {
     for process in $started; do
@@ -59,8 +59,8 @@ end_started() {
     done
 }
 
-# start_private_display FOLDER : a server and a window manager, for DISPLAY, among what was started.
-# Its process is in DISPLAY_SERVER.
+# start_private_display FOLDER : starts a server and a window manager, and sets DISPLAY. The process of the
+# server is DISPLAY_SERVER.
 start_private_display() {
     Xvfb -displayfd 3 -screen 0 1024x640x24 -nolisten tcp -noreset 3>"$1/display" 2>/dev/null &
     DISPLAY_SERVER=$!
@@ -75,7 +75,7 @@ start_private_display() {
     until_true has_window_manager
 }
 
-# xprop alone calls it a success to find nothing.
+# xprop alone succeeds even if it finds nothing.
 has_window_manager() {
     xprop -root _NET_SUPPORTING_WM_CHECK | grep -q 'window id'
 }

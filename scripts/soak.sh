@@ -1,7 +1,7 @@
 #!/bin/sh
-# Repeats the faults of docs/reliability.md many times, and prints its table; then tries whether the
-# tests kill mutants of the code. Builds, and takes half an hour at most.
-# With --try, repeats each a few times, and tries no mutants.
+# Repeats the faults of docs/reliability.md many times and prints its table. Then checks that the tests
+# kill mutants of the code. Takes half an hour at most, after the build.
+# With --try, repeats each fault a few times, and makes no mutants.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -20,7 +20,7 @@ mkdir -p "$logs/fuzz"
 export QT_QPA_PLATFORM=offscreen LC_ALL=C.UTF-8 QTEST_DISABLE_STACK_DUMP=1 QTEST_FUNCTION_TIMEOUT=1200000
 failed=0
 
-# rows COMMAND... : runs it, a function of this script, and prints a row for each fault it tells of.
+# rows FUNCTION ARGUMENT... : runs a function of this script, and prints a row for each fault.
 rows() {
     if ! "$@" >"$logs/last" 2>&1; then
         mv "$logs/last" "$logs/$*.log"
@@ -34,7 +34,7 @@ rows() {
 }
 
 deadline=$(($(date +%s) + 1200))
-# in_time COMMAND... : runs it until the deadline at most.
+# in_time COMMAND... : runs a command until the deadline at most.
 in_time() {
     left=$((deadline - $(date +%s)))
     timeout "$((left > 0 ? left : 1))" "$@"

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Sets up what is missing, builds, and runs every test.
+# Installs what is missing, builds, and runs every test.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/setup.sh

@@ -1,7 +1,7 @@
 #!/bin/sh
 # usage: with-display.sh COMMAND...
-# Runs a command on a private display with a window manager, apart from the user's settings. The
-# process of the display's server is $DISPLAY_SERVER.
+# Runs a command on a private display with a window manager, without the user's settings. The process of
+# the display's server is $DISPLAY_SERVER.
 set -eu
 . "$(dirname "$0")/setup.sh"
 folder=$(mktemp -d)

@@ -1,7 +1,7 @@
 #!/bin/sh
 # usage: with-wine.sh PROGRAM ARGUMENT...
-# Runs a Qt Test program for Windows under Wine, in $WINEPREFIX, and shows what it said. That goes
-# through a file, since without a console it would go to a debugger.
+# Runs a Qt Test program for Windows under Wine, in $WINEPREFIX, and shows its output. The output goes
+# through a file: without a console, a program's messages go to a debugger.
 set -eu
 rm -f "$1.txt"
 status=0

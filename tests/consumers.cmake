@@ -1,5 +1,5 @@
-# Applications that use what is installed, or take the sources as part of their own: each is built,
-# installed, and started from where it was installed. What was built once is not built again.
+# Applications that use the installed library, or the sources as a part of their own. Each is built,
+# installed, and started from its prefix.
 set(CCACHE "CCACHE_DIR=${CMAKE_CURRENT_BINARY_DIR}/ccache;CCACHE_BASEDIR=${CMAKE_CURRENT_BINARY_DIR};CCACHE_NOHASHDIR=1")
 set(base "${CMAKE_CURRENT_BINARY_DIR}/consumers")
 
@@ -44,7 +44,7 @@ foreach(kind IN ITEMS shared static)
     endforeach()
 endforeach()
 
-# The samples of the README for what is installed: the complete program is one for Qt 5.
+# Samples of the README that use the installed library. The complete program is for Qt 5.
 foreach(sample IN ITEMS documents own_host)
     if(sample STREQUAL "own_host" OR qt_major EQUAL 5)
         add_build(consumer_${sample} "${CMAKE_CURRENT_BINARY_DIR}/${sample}"
@@ -53,7 +53,7 @@ foreach(sample IN ITEMS documents own_host)
     endif()
 endforeach()
 
-# A package for the other Qt is refused by name.
+# A package for the other Qt is refused, with a message that names it.
 math(EXPR other_qt "11 - ${qt_major}")
 file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/find.cmake" "find_package(SingleInstance 1.0 REQUIRED)\n")
 add_test(NAME consumer_of_other_qt COMMAND "${CMAKE_COMMAND}" -DQT_VERSION_MAJOR=${other_qt}
@@ -61,7 +61,7 @@ add_test(NAME consumer_of_other_qt COMMAND "${CMAKE_COMMAND}" -DQT_VERSION_MAJOR
 set_tests_properties(consumer_of_other_qt PROPERTIES TIMEOUT 10 FIXTURES_REQUIRED shared
     PASS_REGULAR_EXPRESSION "built for Qt ${qt_major} and not for Qt ${other_qt}")
 
-# A project that links both products is told why that does not work.
+# A project that links both libraries gets a message that says why it cannot.
 add_test(NAME consumer_of_both COMMAND "${CMAKE_COMMAND}" -G "${CMAKE_GENERATOR}"
     -S "${CMAKE_CURRENT_SOURCE_DIR}/consumer" -B "${base}/consumer_of_both/build"
     -DCONSUMER_FROM=package -DCONSUMER_QT=${qt_major} -DCONSUMER_LINKS_BOTH=ON

@@ -1,11 +1,11 @@
-# The tests on Windows: those of the library itself, and real processes. Left out is tst_limits: it is
-# about what Linux refuses, by functions that take the place of the C library's.
+# The tests on Windows: those of the library itself, and real processes. tst_limits is left out: it tests
+# what happens when Linux refuses something, with functions that replace those of the C library.
 include(GenerateExportHeader)
 generate_export_header(SingleInstanceScriptedHost BASE_NAME HOSTKIT
     EXPORT_FILE_NAME "${PROJECT_BINARY_DIR}/HostKit/include/HostKit/export.h")
 
-# What a DLL imports nothing takes the place of. So the scripted desktop has other names, and these
-# are declared as what is defined here.
+# No function can replace one that a DLL imports. So the functions of the scripted desktop have other names
+# here, and are declared as defined in this program.
 singleinstance_add_modules(SingleInstanceDesktopModules)
 target_compile_definitions(SingleInstanceDesktopModules PUBLIC _KERNEL32_ _USER32_)
 foreach(name IN ITEMS GetCurrentProcessId GetCurrentThreadId GetThreadDesktop EnumDesktopWindows
@@ -17,7 +17,7 @@ add_qt_test(tst_controller TIMEOUT 120
 target_sources(SingleInstance_tst_controller PRIVATE
     "${PROJECT_SOURCE_DIR}/SingleInstance/platform/FileDescriptorsWindows.cpp")
 
-# A host in a library of its own, as a DLL is linked to one.
+# A DLL must be linked with its host. So this host is a library of its own.
 add_library(SingleInstance_windows_host support/HostWindows.cpp
     ../HostKit/host/Invokator.cpp ../HostKit/host/Log.cpp ../HostKit/host/ObjectsPool.cpp
     ../HostKit/host/Logger.cpp)

@@ -11,7 +11,7 @@ namespace SingleInstance {
 /*! Forbids to terminate the calling thread, except during its calls of the host. */
 void forbidTermination();
 
-/*! A call of the host. Until it returns, the thread may be terminated. No effect in other threads. */
+/*! A call of the host: the thread may be terminated during it. No effect in other threads. */
 class HostCall {
 public:
     HostCall();

@@ -2,7 +2,7 @@
 
 #include <QtCore/QString>
 
-/*! What came of reading a file: its text, or in plain words why there is none. */
+/*! The text of a file, or in plain words why it cannot be shown. */
 struct TextFile {
     QString text;
     QString problem;

@@ -28,7 +28,7 @@ constexpr qint64 largestFile = 8 << 20; // of line breaks alone, that takes 3 GB
 constexpr int noticedLines = 6;
 constexpr int namedFiles = 3; // in a question
 
-/* Strangers may send anything. */
+/* Any local process may send anything. */
 QString pathOf(const QString& argument)
 {
     const QUrl url(argument);
@@ -86,7 +86,7 @@ void ViewerWindow::openFile(const QString& path)
         showFile(path, file);
 }
 
-/* Blocks nothing: whatever is handed over meanwhile opens, or joins the question. */
+/* Does not block: files that are handed over meanwhile are opened, or added to the question. */
 void ViewerWindow::askAbout(const QString& path)
 {
     large.append(path);
@@ -109,7 +109,7 @@ void ViewerWindow::askAbout(const QString& path)
 
 void ViewerWindow::openAsked(int answer)
 {
-    question.clear(); // it goes soon: whoever asks next needs another
+    question.clear(); // it is deleted soon: the next question needs another
     const QStringList asked = std::exchange(large, {});
     for (const QString& path : asked) {
         if (answer != QMessageBox::Yes) {
@@ -140,7 +140,7 @@ void ViewerWindow::closeTab(int index)
         release(view->objectName());
 }
 
-/* The last copy of a launch that goes answers it. */
+/* The last copy of a launch answers it when it goes. */
 void ViewerWindow::release(const QString& path)
 {
     for (WaitingLaunch& each : waiting)
@@ -168,7 +168,7 @@ void ViewerWindow::showText(const QString& path, const QString& text)
         view = new QPlainTextEdit(tabs);
         view->setObjectName(path);
         view->setReadOnly(true);
-        // To wrap a line of a million letters takes minutes.
+        // To wrap a line of a million letters would take minutes.
         view->setLineWrapMode(QPlainTextEdit::NoWrap);
         view->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
         QString label = QFileInfo(path).fileName();

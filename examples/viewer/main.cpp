@@ -18,7 +18,7 @@ using HostKit::LogLevel;
 
 namespace {
 
-/* Otherwise the first connections would get their numbers, and the log. */
+/* If they are closed, connections would get their numbers, and then the log. */
 void openStandardFiles()
 {
     int file = ::open("/dev/null", O_RDWR);
@@ -60,7 +60,7 @@ QStringList filesIn(const QStringList& arguments)
 {
     QCommandLineParser parser;
     addOptions(parser);
-    // Not process(), which would end this program for the mistake of another one.
+    // Not process(): it would end this program because of a mistake of another one.
     if (!parser.parse(QStringList(QString()) + arguments))
         qWarning().noquote() << parser.errorText();
     return parser.positionalArguments();
