@@ -18,6 +18,7 @@ require_packages mmdebstrap
 
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
+trap 'exit 1' HUP INT TERM
 mkdir "$folder/app"
 git archive HEAD | tar -xf - -C "$folder/app"
 
@@ -55,10 +56,12 @@ commands() {
 block '<!-- sample: session -->' >"$folder/app/main.cpp"
 block '<!-- sample: cmake -->' >"$folder/app/program.txt"
 
-# bare NAME COMMAND... : runs a command in a root of its own, and copies its folder build/demo out.
+# bare FOLDER NAME COMMAND... : runs a command in a root of its own, and copies its folder build/demo out.
 bare() {
-    name=$1
-    shift
+    out=$folder/$1
+    name=$2
+    shift 2
+    mkdir "$out"
     begun=$(date +%s)
     quietly mmdebstrap --quiet --variant=minbase --include=git,ca-certificates \
         --customize-hook='mkdir "$1/root/app"' \
@@ -66,20 +69,24 @@ bare() {
         --chrooted-customize-hook="cd /root/app && env -i HOME=/root TERM=dumb LC_ALL=C.UTF-8 \
             PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin $*" \
         --customize-hook='mkdir -p "$1/root/app/build/demo"' \
-        --customize-hook="copy-out /root/app/build/demo $folder" \
+        --customize-hook="copy-out /root/app/build/demo $out" \
         bookworm /dev/null "$sources"
     echo "$name: holds on a bare machine, $(($(date +%s) - begun)) s"
 }
 
-bare "the README's installation and its complete program" sh use-it.sh
-bare "scripts/demo.sh" scripts/demo.sh
+# Both at once: each mostly waits for packages.
+bare use "the README's installation and its complete program" sh use-it.sh &
+installation=$!
+bare demo "scripts/demo.sh" scripts/demo.sh
+wait "$installation"
 # A picture of an empty screen takes two kilobytes.
+pictures=$folder/demo/demo
 for picture in before after; do
-    size=$(wc -c <"$folder/demo/$picture.png")
+    size=$(wc -c <"$pictures/$picture.png")
     [ "$size" -gt 5000 ] || { echo "the demo's picture $picture.png shows nothing: $size bytes" >&2; exit 1; }
 done
-if cmp -s "$folder/demo/before.png" "$folder/demo/after.png"; then
+if cmp -s "$pictures/before.png" "$pictures/after.png"; then
     echo "the demo's last launch changed nothing on the screen" >&2
     exit 1
 fi
-[ "${1:-}" != --long ] || bare "scripts/test.sh" scripts/test.sh
+[ "${1:-}" != --long ] || bare test "scripts/test.sh" scripts/test.sh
