@@ -80,17 +80,14 @@ private Q_SLOTS:
         const auto says = [](const Launch& viewer, const QString& pattern) {
             return !viewer->waitForLine(".* " + pattern).isEmpty();
         };
-        const auto master = view({"/dev", "binary", "file:///no%6Ee"});
-        QVERIFY(says(master, "not opened: “/dev” is a folder\\."));
+        const auto master = view({"binary", "file:///no%6Ee"});
         QVERIFY(says(master, "not opened: “.*/binary” is not a text file\\."));
         QVERIFY(says(master, "not opened: There is no file “/none”\\."));
-        const auto second =
-            view({odd, "/dev/zero", "/proc/self/mem", QString("\x1b[7m") + QChar(0x202E)});
+        const auto second = view({odd, "/dev/zero", QString("\x1b[7m") + QChar(0x202E)});
         QVERIFY(says(second, "handed over to the window that is open"));
         QVERIFY(says(master, "message received: .*\\\\x1b\\[7m\\\\x202e"));
         QVERIFY(says(master, "opened .*/" + QRegularExpression::escape(odd)));
         QVERIFY(says(master, "not opened: “/dev/zero” is not a regular.*"));
-        QVERIFY(says(master, "not opened: “/proc/self/mem” cannot be read.*"));
         const auto alone = view({odd}, "binary/below");
         QVERIFY(says(alone, "Settings: cannot write .*: Not a directory"));
         QVERIFY(says(alone, "opened .*/" + QRegularExpression::escape(odd)));

@@ -50,19 +50,31 @@ void setValue(const QString& value)
 QList<LaunchMessage> launchesOf(const QList<QStringList>& lists)
 {
     QList<LaunchMessage> launches;
-    for (const QStringList& list : lists) {
-        launches.append(LaunchMessage());
-        launches.last().arguments = list;
-    }
+    for (const QStringList& list : lists)
+        launches.append(opened(list).message);
     return launches;
 }
 
-QList<QStringList> argumentsOf(const QList<LaunchMessage>& launches)
+QList<QStringList> takeSpooledLists()
 {
     QList<QStringList> lists;
-    for (const LaunchMessage& launch : launches)
+    for (const LaunchMessage& launch : takeSpooled())
         lists.append(launch.arguments);
     return lists;
+}
+
+/* Returns how many warnings of HostKit \a action causes. */
+int warningsOf(const std::function<void()>& action)
+{
+    static int warnings;
+    warnings = 0;
+    const auto usual =
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& text) {
+            warnings += int(text.startsWith("HostKit: "));
+        });
+    action();
+    qInstallMessageHandler(usual);
+    return warnings;
 }
 
 QString threadsThatTakeSignals()
@@ -120,11 +132,9 @@ private Q_SLOTS:
             QVERIFY(values.contains(value()));
         const QDir folder(configDirectory() + "/SingleInstance");
         QCOMPARE(folder.entryList(QDir::Files | QDir::Hidden), QStringList("MasterPort"));
-        QVERIFY(QFile::remove(folder.filePath("MasterPort")) && folder.mkdir("MasterPort"));
-        QVERIFY(folder.rmdir("MasterPort"));
-        QCOMPARE(::mkfifo(QFile::encodeName(folder.filePath("MasterPort")), S_IRWXU), 0);
+        output("sh", {"-c", "cd \"$0\"; rm *; mkfifo MasterPort", folder.path()});
         QCOMPARE(value(), ""); // nobody writes to the pipe, and nobody waits
-        QVERIFY(QFile::remove(folder.filePath("MasterPort")) && folder.mkdir("MasterPort"));
+        output("sh", {"-c", "cd \"$0\"; rm *; mkdir MasterPort", folder.path()});
         setValue("in the place of a folder");
         QCOMPARE(folder.entryList(QDir::Files | QDir::Hidden), QStringList());
     }
@@ -135,46 +145,30 @@ private Q_SLOTS:
         setLogSink([&lines](HostKit::LogLevel level, const QString& text) {
             lines.append(QString::number(int(level)) + ' ' + text);
         });
-        static int before = 0;
-        const auto usual = qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext&, const QString&) { ++before; });
-        catchQtMessages(true);
-        qCritical("c");
-        qWarning("w");
-        qInfo("i"); // below the threshold
-        catchQtMessages(false);
-        qWarning("not ours");
-        qInstallMessageHandler(usual);
+        const int others = warningsOf([] {
+            catchQtMessages(true);
+            qCritical("c");
+            qWarning("w");
+            qInfo("i"); // below the threshold
+            catchQtMessages(false);
+            qWarning("HostKit: to the handler that was there before");
+        });
         setLogSink(nullptr);
         QCOMPARE(lines, QStringList({"4 c", "3 w"}));
-        QCOMPARE(before, 1);
+        QCOMPARE(others, 1);
     }
 
-    void warnsOfOtherWriters_data()
-    {
-        QTest::addColumn<QString>("change"); // by a shell, to the directory $0 in $1
-        QTest::addColumn<bool>("warns");
-        QTest::newRow("ours alone") << "chmod 700 $0" << false;
-        QTest::newRow("open to all") << "chmod 777 $0" << true;
-        QTest::newRow("in one that is open to all") << "chmod 777 $1" << true;
-        QTest::newRow("in a sticky one that is open to all") << "chmod 1777 $1" << false;
-        if (::geteuid() == 0)
-            QTest::newRow("of another user") << "chown nobody $0" << true;
-    }
+    void warnsOfOtherWriters_data() { addTable("writers.txt"); }
 
     void warnsOfOtherWriters()
     {
-        QFETCH(QString, change);
-        QFETCH(bool, warns);
+        QFETCH(QString, change); // by a shell, to the directory $0 in $1
+        QFETCH(QString, warnings);
+        if (change.startsWith("chown") && ::geteuid() != 0)
+            QSKIP("root alone can give a folder away", 0);
         QVERIFY(QDir().mkpath(configDirectory()));
         output("sh", {"-c", change, configDirectory(), QFileInfo(configDirectory()).path()});
-        static int warnings;
-        warnings = 0;
-        const auto usual = qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext&, const QString&) { ++warnings; });
-        warnIfWritableByOthers();
-        qInstallMessageHandler(usual);
-        QCOMPARE(warnings, int(warns));
+        QCOMPARE(warningsOf(warnIfWritableByOthers), warnings.toInt());
     }
 
     void dropsLinesThatNobodyReads()
@@ -183,23 +177,18 @@ private Q_SLOTS:
         std::array<int, 2> ends = {};
         QCOMPARE(::pipe2(ends.data(), O_CLOEXEC), 0);
         ::dup2(ends[1], STDERR_FILENO);
-        const auto write = [](char letter) {
-            writeToStandardError(HostKit::LogLevel::Info, QString(9000, letter));
-        };
-        for (int i = 0; i < 100; ++i)
-            write('x'); // would block here
-        std::array<char, 1 << 18> text = {};
+        for (int i = 0; i < 100; ++i) // would block here
+            writeToStandardError(HostKit::LogLevel::Info, QString(9000, 'x'));
+        std::array<char, 1 << 18> text = {}; // in a QByteArray, GCC finds an overflow
         auto size = ::read(ends[0], text.data(), 1 << 17);
-        const int kept = int(std::count(text.begin(), text.end(), '\n'));
-        write('y');
+        const auto kept = std::count(text.begin(), text.end(), '\n');
+        writeToStandardError(HostKit::LogLevel::Info, "y");
         size += ::read(ends[0], text.data() + size, 1 << 17);
-        const QByteArray read(text.data(), int(size));
         ::dup2(usual, STDERR_FILENO);
         ::close(usual);
         const QByteArray gap =
-            " info: (" + QByteArray::number(100 - kept) + " lines before this were dropped) y";
-        QVERIFY(kept > 0 && read.contains(gap));
-        QCOMPARE(read.count('\n'), kept + 2); // behind what is left of the first that was dropped
+            "(" + QByteArray::number(qlonglong(100 - kept)) + " lines before this were dropped) y";
+        QVERIFY(kept > 0 && QByteArray(text.data(), int(size)).contains(gap));
     }
 
     void locksOutOthers()
@@ -240,7 +229,7 @@ private Q_SLOTS:
         if (!warning.isEmpty())
             QTest::ignoreMessage(QtWarningMsg,
                                  QRegularExpression("HostKit: .* are not used: it is " + warning));
-        QCOMPARE(argumentsOf(takeSpooled()), lists.mid(warning.isEmpty() ? 0 : 1));
+        QCOMPARE(takeSpooledLists(), lists.mid(warning.isEmpty() ? 0 : 1));
         QVERIFY(!hasSpooled());
     }
 
@@ -250,17 +239,15 @@ private Q_SLOTS:
         QVERIFY(contentOf(configDirectory()).isEmpty()
                 && QFile(configDirectory()).open(QFile::WriteOnly));
         qunsetenv("XDG_RUNTIME_DIR");
-        const QRegularExpression lost("HostKit: 1 launches are lost.*");
-        QTest::ignoreMessage(QtWarningMsg, lost);
-        QCOMPARE(spool(launchesOf({{"A"}})), QString());
+        QCOMPARE(warningsOf([] { QCOMPARE(spool(launchesOf({{"A"}})), QString()); }), 1);
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(home->path()));
         QVERIFY(!spool(launchesOf({{"A"}})).isEmpty());
-        QCOMPARE(argumentsOf(takeSpooled()), QList<QStringList>{{"A"}});
+        QCOMPARE(takeSpooledLists(), QList<QStringList>{{"A"}});
         const QStringList large(QString(20 << 20, 'x')); // 40 MiB
         QVERIFY(!spool(launchesOf({large})).isEmpty());
-        QTest::ignoreMessage(QtWarningMsg, lost);
-        QVERIFY(!spool(launchesOf({{"small"}, large})).isEmpty());
-        QCOMPARE(argumentsOf(takeSpooled()), (QList<QStringList>{large, {"small"}}));
+        const QList<LaunchMessage> more = launchesOf({{"small"}, large});
+        QCOMPARE(warningsOf([&] { QVERIFY(!spool(more).isEmpty()); }), 1);
+        QCOMPARE(takeSpooledLists(), (QList<QStringList>{large, {"small"}}));
     }
 
     /* The table of the page on the protocol. */
@@ -299,13 +286,6 @@ private Q_SLOTS:
 
     void passesTokensOn()
     {
-        for (const char* const token : {"t-1", "", "t 1", "t\n1", "\xC3\xA4"}) {
-            LaunchMessage message;
-            message.activationToken = token;
-            const bool isValid = message.activationToken == "t-1";
-            QCOMPARE(opened(enveloped(message)).message.activationToken,
-                     isValid ? message.activationToken : QByteArray());
-        }
         QVERIFY(isValidToken(QByteArray(1024, 'x')) && !isValidToken(QByteArray(1025, 'x')));
         for (const char* const platform : {"xcb", "wayland-egl"}) {
             qApp->setProperty("platformName", platform);
@@ -354,9 +334,11 @@ private Q_SLOTS:
     void refusesWhatIsTooMuch()
     {
         const QStringList large(QString(10 << 20, 'x')); // 20 MiB
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("HostKit: launches are refused.*"));
-        Inbox inbox(launchesOf({{"a"}, large, large, large, large, {"b"}}));
-        QCOMPARE(inbox.takeAll().size(), 5); // the fourth large one is missing
+        const auto fill = [&large] {
+            Inbox inbox(launchesOf({{"a"}, large, large, large, large, {"b"}}));
+            QCOMPARE(inbox.takeAll().size(), 5); // the fourth large one is missing
+        };
+        QCOMPARE(warningsOf(fill), 1);
     }
 
     void flushesWhatWasHandedOver()
@@ -398,11 +380,8 @@ private Q_SLOTS:
     {
         QVERIFY(QDir().mkpath(configDirectory() + "/SingleInstance/MasterPid")); // not written
         QFile::link("/none/at/all", configDirectory() + "/launch.lock");
-        for (int i = 0; i < 2; ++i)
-            QTest::ignoreMessage(QtWarningMsg, QRegularExpression("HostKit: cannot lock .*"));
-        QTest::ignoreMessage(
-            QtWarningMsg, "HostKit: the last launches may be lost: this master cannot be reached");
-        QCOMPARE(Session().state(), SingleInstanceStateMaster);
+        const auto run = [] { QCOMPARE(Session().state(), SingleInstanceStateMaster); };
+        QCOMPARE(warningsOf(run), 3); // the lock, twice, and the last launches
     }
 
     /* However many iterations a loop has been busy for when it is told to quit. */
@@ -435,40 +414,33 @@ private Q_SLOTS:
         }
     }
 
-    void worksWhereNoIterationIsIdle_data()
-    {
-        QTest::addColumn<bool>("posts");
-        QTest::addColumn<int>("requests");
-        QTest::newRow("a timer that is always due") << false << 50;
-        QTest::newRow("events that are always posted") << true << 2;
-    }
-
+    /* A timer is always due; then events are always posted as well. */
     void worksWhereNoIterationIsIdle()
     {
-        QFETCH(bool, posts);
-        QFETCH(int, requests);
-        QTimer frames;
-        std::function<void()> post = [&] {
-            if (frames.isActive())
-                QMetaObject::invokeMethod(this, post, Qt::QueuedConnection);
-        };
-        connect(&frames, &QTimer::timeout, [] { QThread::msleep(16); });
-        frames.start(0);
-        if (posts)
-            post();
-        int done = 0;
-        std::unique_ptr<IdleIteration> idle;
-        idle = std::make_unique<IdleIteration>([&] {
-            if (++done < requests)
-                idle->request();
-        });
-        idle->request();
-        QElapsedTimer timer;
-        timer.start();
-        QTRY_COMPARE_WITH_TIMEOUT(done, requests, 20000);
-        QVERIFY(timer.elapsed() < 10000); // one or two seconds
-        frames.stop();
-        QCoreApplication::processEvents();
+        for (const bool posts : {false, true}) {
+            QTimer frames;
+            std::function<void()> post = [&] {
+                if (frames.isActive())
+                    QMetaObject::invokeMethod(this, post, Qt::QueuedConnection);
+            };
+            connect(&frames, &QTimer::timeout, [] { QThread::msleep(16); });
+            frames.start(0);
+            if (posts)
+                post();
+            int left = posts ? 2 : 50;
+            std::unique_ptr<IdleIteration> idle;
+            idle = std::make_unique<IdleIteration>([&] {
+                if (--left > 0)
+                    idle->request();
+            });
+            idle->request();
+            QElapsedTimer timer;
+            timer.start();
+            QTRY_COMPARE_WITH_TIMEOUT(left, 0, 20000);
+            QVERIFY(timer.elapsed() < 10000); // one or two seconds
+            frames.stop();
+            QCoreApplication::processEvents();
+        }
     }
 
     void startsAProgramThatInheritsNothing()

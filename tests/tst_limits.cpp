@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <future>
 #include <mutex>
 #include <set>
 
@@ -107,24 +106,6 @@ private Q_SLOTS:
             stopSingleInstance();
             ScriptedHost::takeLog();
         }
-    }
-
-    void waitsForAConnection()
-    {
-        const Application application;
-        QTcpServer full; // its queue has place for one
-        QVERIFY(full.listen(QHostAddress::LocalHost));
-        full.pauseAccepting();
-        ::listen(descriptorOf(full), 0);
-        QTcpSocket first;
-        first.connectToHost(full.serverAddress(), full.serverPort());
-        QVERIFY(first.waitForConnected());
-        ScriptedHost::state()->settings["MasterPort"] = full.serverPort();
-        auto sent = std::async(std::launch::async, [] { return handOver({"x"}); });
-        QCOMPARE(sent.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
-        full.resumeAccepting();
-        QTRY_VERIFY(sent.wait_for(std::chrono::seconds(0)) == std::future_status::ready);
-        QVERIFY(sent.get());
     }
 
     void starvesQuietly()

@@ -5,7 +5,6 @@
 #include <QtTest/QtTest>
 
 #include <cstdio>
-#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -13,7 +12,7 @@
 #include <windows.h>
 
 /*
- * Real processes on Windows, of this same program: by its first argument it is an application, one
+ * Real processes on Windows, of this same program. By its first argument it is an application, a program
  * without the library whose window is in front, or otherwise the test.
  */
 namespace {
@@ -26,8 +25,7 @@ void say(const QString& line)
     std::fflush(stdout);
 }
 
-/* Runs until standard input ends. */
-int runToTheEndOfInput()
+int runUntilInputEnds()
 {
     std::thread([] {
         while (std::getchar() != EOF) { }
@@ -40,41 +38,33 @@ HWND openWindow()
 {
     WNDCLASSW kind = {};
     kind.lpfnWndProc = DefWindowProcW;
-    kind.hInstance = GetModuleHandleW(nullptr);
     kind.lpszClassName = L"TestWindow";
     RegisterClassW(&kind);
     return CreateWindowExW(0, kind.lpszClassName, L"Test", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 20, 20,
-                           300, 200, nullptr, nullptr, kind.hInstance, nullptr);
-}
-
-/* Starts as hosts have to: under a lock that the system frees when its holder dies. */
-SingleInstanceState startUnderLock()
-{
-    const std::unique_ptr<void, BOOL(WINAPI*)(HANDLE)> lock(
-        CreateMutexW(nullptr, FALSE, L"Local\\SingleInstanceTest"), CloseHandle);
-    WaitForSingleObject(lock.get(), INFINITE);
-    const SingleInstanceState state = startSingleInstance();
-    ReleaseMutex(lock.get());
-    return state;
+                           300, 200, nullptr, nullptr, nullptr, nullptr);
 }
 
 int runApplication()
 {
-    const SingleInstanceState state = startUnderLock();
+    // Hosts must hold a lock that the system releases when its holder dies.
+    const HANDLE lock = CreateMutexW(nullptr, FALSE, L"Local\\SingleInstanceTest");
+    WaitForSingleObject(lock, INFINITE);
+    const SingleInstanceState state = startSingleInstance();
+    ReleaseMutex(lock);
     const auto entry = Core::ObjectsPool::getInstance().find(
         SingleInstanceController::staticMetaObject.className(), false);
     auto* const controller = qobject_cast<SingleInstanceController*>(entry.second);
+    const auto showAll = [controller] {
+        for (const QStringList& list : controller->takeMessages())
+            say("list " + list.mid(1).join('|'));
+    };
     if (controller) {
-        const auto showAll = [controller] {
-            for (const QStringList& list : controller->takeMessages())
-                say("list " + list.mid(1).join('|'));
-        };
         QObject::connect(controller, &SingleInstanceController::messageReceived, qApp, showAll);
         showAll();
         openWindow();
     }
     say("state " + QString::number(state));
-    const int result = controller ? runToTheEndOfInput() : 0;
+    const int result = controller ? runUntilInputEnds() : 0;
     stopSingleInstance();
     return result;
 }
@@ -82,10 +72,10 @@ int runApplication()
 /* A process of this program. It is killed with the object. */
 class Process : public QProcess {
 public:
-    explicit Process(const QStringList& arguments)
+    explicit Process(const QStringList& arguments = {}, const QString& role = "application")
     {
         setProcessChannelMode(ForwardedErrorChannel);
-        start(QCoreApplication::applicationFilePath(), arguments);
+        start(QCoreApplication::applicationFilePath(), QStringList(role) + arguments);
     }
     ~Process() override
     {
@@ -100,35 +90,28 @@ public:
         while (!canReadLine() && waitForReadyRead()) { }
         return QString::fromUtf8(readLine()).trimmed();
     }
+
+    bool owns(HWND window) const
+    {
+        DWORD owner = 0;
+        GetWindowThreadProcessId(window, &owner);
+        return owner == processId();
+    }
+
+    bool isInFront() const
+    {
+        return QTest::qWaitFor([this] { return owns(GetForegroundWindow()); });
+    }
+
+    HWND window() const
+    {
+        HWND window = nullptr;
+        do
+            window = FindWindowExW(nullptr, window, L"TestWindow", nullptr);
+        while (window && !owns(window));
+        return window;
+    }
 };
-
-using Launch = std::unique_ptr<Process>;
-
-Launch launch(const QStringList& arguments = {})
-{
-    return std::make_unique<Process>(QStringList("application") + arguments);
-}
-
-DWORD ownerOf(HWND window)
-{
-    DWORD owner = 0;
-    GetWindowThreadProcessId(window, &owner);
-    return owner;
-}
-
-bool isInFront(const Process& process)
-{
-    return QTest::qWaitFor([&] { return ownerOf(GetForegroundWindow()) == process.processId(); });
-}
-
-HWND windowOf(const Process& process)
-{
-    HWND window = nullptr;
-    do
-        window = FindWindowExW(nullptr, window, L"TestWindow", nullptr);
-    while (window && ownerOf(window) != process.processId());
-    return window;
-}
 
 } // namespace
 
@@ -139,74 +122,65 @@ private Q_SLOTS:
     void init() { settings.clear(); }
     void cleanupTestCase() { settings.clear(); }
 
+    /* Also after a master that was killed, which leaves its port. */
     void handsOver()
     {
-        const QStringList list = {"C:\\a b.txt", QString::fromUtf8("Grüße 文"), "", "\"x\" \\"};
-        const Launch master = launch();
-        QCOMPARE(master->line(), "state 1");
-        QCOMPARE(settings.value("SingleInstance/MasterPid").toUInt(), uint(master->processId()));
-        QCOMPARE(launch(list)->line(), "state 2");
-        QCOMPARE(master->line(), "list " + list.join('|'));
-        master->closeWriteChannel();
-        QVERIFY(master->waitForFinished());
-        QCOMPARE(settings.value("SingleInstance/MasterPort").toUInt(), 0u);
-    }
-
-    void replacesAMasterThatWasKilled()
-    {
-        const Launch killed = launch();
-        QCOMPARE(killed->line(), "state 1");
-        killed->kill();
-        QVERIFY(killed->waitForFinished());
+        Process killed;
+        QCOMPARE(killed.line(), "state 1");
+        killed.kill();
+        QVERIFY(killed.waitForFinished());
         QVERIFY(settings.value("SingleInstance/MasterPort").toUInt() != 0);
-        const Launch master = launch();
-        QCOMPARE(master->line(), "state 1");
-        QCOMPARE(launch({"x"})->line(), "state 2");
-        QCOMPARE(master->line(), "list x");
+        const QStringList list = {"C:\\a b.txt", QString::fromUtf8("Grüße 文"), "", "\"x\" \\"};
+        Process master;
+        QCOMPARE(master.line(), "state 1");
+        QCOMPARE(settings.value("SingleInstance/MasterPid").toUInt(), uint(master.processId()));
+        QCOMPARE(Process(list).line(), "state 2");
+        QCOMPARE(master.line(), "list " + list.join('|'));
+        master.closeWriteChannel();
+        QVERIFY(master.waitForFinished());
+        QCOMPARE(settings.value("SingleInstance/MasterPort").toUInt(), 0u);
     }
 
     void hasOneMasterOfMany()
     {
-        std::vector<Launch> launches;
-        QSet<QString> missing;
-        for (int i = 0; i < 32; ++i) {
-            launches.push_back(launch({QString::number(i)}));
-            missing.insert("list " + QString::number(i));
-        }
+        std::vector<std::unique_ptr<Process>> launches;
+        for (int i = 0; i < 32; ++i)
+            launches.push_back(std::make_unique<Process>(QStringList(QString::number(i))));
         Process* master = nullptr;
+        QStringList handedOver;
         for (int i = 0; i < 32; ++i) {
-            const QString state = launches[size_t(i)]->line();
-            if (state != "state 2") {
-                QCOMPARE(state, "state 1");
-                QVERIFY(!master);
+            if (launches[size_t(i)]->line() == "state 2")
+                handedOver.append("list " + QString::number(i));
+            else
                 master = launches[size_t(i)].get();
-                missing.remove("list " + QString::number(i));
-            }
         }
-        QVERIFY(master);
-        for (int i = 1; i < 32; ++i)
-            missing.remove(master->line());
-        QCOMPARE(missing, QSet<QString>());
+        QCOMPARE(handedOver.size(), 31);
+        QStringList received;
+        while (received.size() < 31)
+            received.append(master->line());
+        received.sort();
+        handedOver.sort();
+        QCOMPARE(received, handedOver);
     }
 
     /* The system's own functions say what is in front. */
     void bringsTheWindowForward()
     {
-        const Launch master = launch();
-        QCOMPARE(master->line(), "state 1");
-        const HWND window = windowOf(*master);
-        const Process other({"other"});
-        QVERIFY(isInFront(other));
-        QCOMPARE(launch()->line(), "state 2");
-        QVERIFY(isInFront(*master));
+        Process master;
+        QCOMPARE(master.line(), "state 1");
+        const HWND window = master.window();
+        const Process other({}, "other");
+        QVERIFY(other.isInFront());
+        QCOMPARE(Process().line(), "state 2");
+        QVERIFY(master.isInFront());
 
         ShowWindow(window, SW_MINIMIZE);
-        SetForegroundWindow(windowOf(other));
-        QVERIFY(isInFront(other));
+        SetForegroundWindow(other.window());
+        QVERIFY(other.isInFront());
         QVERIFY(IsIconic(window));
-        QCOMPARE(launch()->line(), "state 2");
-        QVERIFY(isInFront(*master));
-        QVERIFY(IsIconic(window)); // to restore it is for the application
+        QCOMPARE(Process().line(), "state 2");
+        QVERIFY(master.isInFront());
+        QVERIFY(IsIconic(window)); // the application must restore it
     }
 
 private:
@@ -221,7 +195,7 @@ int main(int argc, char* argv[])
         return runApplication();
     if (role == "other") {
         SetForegroundWindow(openWindow());
-        return runToTheEndOfInput();
+        return runUntilInputEnds();
     }
     qputenv("TEST_REGISTRY", "HKEY_CURRENT_USER\\Software\\SingleInstanceTest");
     WindowsTest test;
