@@ -1,6 +1,6 @@
 /*
- * An application with a window. A second launch hands over and ends. A first launch shows its window,
- * writes a byte, and ends. With LAUNCH it has a HostKit::Launch, with PARSER also a parser.
+ * An application with a window. A second launch hands over and ends. A first launch shows its
+ * window, writes a byte, and ends. With LAUNCH it has a HostKit::Launch, with PARSER also a parser.
  */
 
 #include <HostKit/InstanceSession.h>

@@ -2,8 +2,8 @@
  * Measures hand-offs and launches, and floors to compare them with. They take turns, one at a time:
  * send, wait until the list is in the inbox, continue.
  *
- * Prints one line for each result, separated by tabs: what, ours, floor, unit. Prints "size" lines for
- * the plot.
+ * Prints one line for each result, separated by tabs: what, ours, floor, unit. Prints "size" lines
+ * for the plot.
  */
 
 #include "ConfigDirectory.h"
@@ -175,8 +175,8 @@ void saysSo(int output)
 }
 
 /*
- * Starts a program and waits until it has \a happened. Then waits for the end of the process, without
- * measuring it.
+ * Starts a program and waits until it has \a happened. Then waits for the end of the process,
+ * without measuring it.
  */
 Action startOf(const char* program, void (*happened)(int))
 {

@@ -1,6 +1,6 @@
 /*
- * Feeds the receiver with bytes, in parts whose length the first byte decides, and holds what comes
- * out against what the bytes say. Built with Clang's libFuzzer by the preset asan.
+ * Sends bytes to the receiver, in parts whose length is the first byte. Compares the received list
+ * with the one that the bytes carry. The preset asan builds it with Clang's libFuzzer.
  */
 
 #include "MessageFormat.h"
@@ -20,16 +20,16 @@ using namespace SingleInstance;
 
 namespace {
 
-constexpr int mostParts = 32; // each takes a turn of the event loop
+constexpr int mostParts = 32; // each takes an iteration of the event loop
 
-/* Returns the list that \a message carries, read by the stock operator, or none. */
+/* Returns the list in \a message, as the operator of QDataStream reads it, or none. */
 QList<QStringList> carriedBy(const QByteArray& message)
 {
     if (message.size() < prefixSize || message.size() < prefixSize + bodySize(message))
         return {};
     QDataStream stream(message.mid(prefixSize, bodySize(message)));
     if (message.size() >= prefixSize + 4 && message.mid(prefixSize, 4) > QByteArray("\0\1\0\0", 4))
-        return {}; // a count that would have the stock operator reserve gigabytes
+        return {}; // with this count, the operator would reserve gigabytes
     QStringList list;
     stream >> list;
     return stream.status() == QDataStream::Ok ? QList<QStringList>{list} : QList<QStringList>();

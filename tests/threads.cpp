@@ -1,6 +1,6 @@
 /*
- * For ThreadSanitizer: what needs little of Qt, which is not instrumented. Threads take a lock from each
- * other, give up and leave threads behind, start tasks and ask for a master, all at once.
+ * For ThreadSanitizer: what needs little of Qt, which is not instrumented. Threads take a lock from
+ * each other, give up and leave threads behind, start tasks and ask for a master, all at once.
  */
 
 #include "FileLock.h"

@@ -9,12 +9,12 @@ using namespace SingleInstance;
 
 namespace {
 
-constexpr DWORD gone = 0; // the owner of a window that is no more
+constexpr DWORD gone = 0; // the owner of a window that does not exist any more
 std::vector<DWORD> windowOwners; // of each window, topmost first
 
 } // namespace
 
-/* A scripted desktop, in place of the platform layer. What is asked of it goes to the log. */
+/* A scripted desktop, in place of the platform layer. It logs all calls. */
 DWORD GetCurrentProcessId()
 {
     return 4711;
@@ -53,12 +53,12 @@ BOOL SetForegroundWindow(HWND window)
 {
     ScriptedHost::state()->log +=
         QString("window %1 activated").arg(reinterpret_cast<size_t>(window));
-    return FALSE; // nobody looks at it
+    return FALSE; // the result must not matter
 }
 
 namespace {
 
-/* The lines of this machine, where IPv6 may be missing, as one that has it writes them. */
+/* Returns the log of this machine as a machine with IPv6 would write it. */
 QStringList logWithIPv6()
 {
     QStringList lines = ScriptedHost::takeLog();
@@ -67,7 +67,7 @@ QStringList logWithIPv6()
     return lines.replaceInStrings(QRegularExpression("(by IPv6, error:) .*"), "\\1 any");
 }
 
-/* Returns the lines of the log that \a names stand for, one after the other. */
+/* Returns the lines of log.txt under \a names. */
 QStringList logOf(const QString& names)
 {
     const QStringList texts = tableLines("log.txt");
@@ -102,12 +102,12 @@ private Q_SLOTS:
     void arbitrates()
     {
         QFETCH(QString, arguments);
-        QFETCH(QString, master); // that there is
+        QFETCH(QString, master); // which there is
         QFETCH(QString, reads); // of the port, by each step: once to send; to start, before and
         QFETCH(QString, state); // after it listens, after it claims the slot, and at its end
         QFETCH(QString, log);
         QStringList list = arguments.split(' ', Qt::SkipEmptyParts);
-        if (arguments == "MORE") // one too many to be empty
+        if (arguments == "MORE") // too long by one unit
             list = QString(16382, ' ').split(' ');
         if (arguments == "MOST")
             list = QStringList("x") + QString(16380, ' ').split(' '); // 65,534 bytes
@@ -137,7 +137,7 @@ private Q_SLOTS:
         QCOMPARE(end->readAll(), prefixed(packArguments(list)));
     }
 
-    /* A window that is gone, or no master: nothing is taken for the master's. */
+    /* If a window is gone, or there is no master, no window is the master's. */
     void bringsNoOtherWindowForward()
     {
         windowOwners = {6, gone, 5};
@@ -195,7 +195,7 @@ private Q_SLOTS:
         QCOMPARE(peeked, lists);
     }
 
-    /* What is taken and looked at without a pause arrives nevertheless. */
+    /* Lists arrive although two threads take and peek without a pause. */
     void servesTwoThreads()
     {
         constexpr int lists = 1000;
@@ -220,7 +220,7 @@ private Q_SLOTS:
         const Application application;
         for (const bool isOvertaken : {false, true}) {
             startSingleInstance();
-            QSemaphore entered; // a slot that takes its time, but not for ever
+            QSemaphore entered; // the slot takes a while
             connect(findController(), &SingleInstanceController::messageReceived, [&entered] {
                 entered.release();
                 QThread::msleep(100);
@@ -253,7 +253,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, sent);
         const bool reset = sent.size() == 3;
         const int count = std::max(1, qEnvironmentVariableIntValue("FLOOD_ROUNDS"));
-        limitFiles(2200); // for a thousand connections, of which both ends are ours
+        limitFiles(2200); // for both ends of a thousand connections
         const Master master;
         for (int round = 0; round < count; ++round) {
             QVERIFY(reaches(master.controller, "before"));
@@ -272,7 +272,7 @@ private Q_SLOTS:
               count);
     }
 
-#ifndef TESTS_SANITIZED // which takes what a cancelled thread leaves on its stack for errors
+#ifndef TESTS_SANITIZED // which reports what a cancelled thread leaves on its stack
     void stopsInSpiteOfASlotThatHangs()
     {
         const Master master;
@@ -288,7 +288,7 @@ private Q_SLOTS:
         stopSingleInstance();
         QCOMPARE(ScriptedHost::takeLog()[2], "3 master thread closing too long so terminate it...");
         QCOMPARE(ScriptedHost::state()->settings["MasterPort"], port);
-        QCOMPARE(startSingleInstance(), SingleInstanceStateMaster); // it is no hindrance
+        QCOMPARE(startSingleInstance(), SingleInstanceStateMaster); // the old port does not matter
     }
 #endif
 };

@@ -8,7 +8,7 @@
 
 namespace {
 
-/* Sees what is asked of the window manager. */
+/* Observes requests to the window manager. */
 class Requests {
 public:
     Requests()
@@ -26,8 +26,8 @@ public:
     ~Requests() { xcb_disconnect(server); }
     Q_DISABLE_COPY_MOVE(Requests)
 
-    /* Returns what was asked since the last call: "type number time window", with the first of
-     * its data, and 1 if there is a second. */
+    /* Returns the requests since the last call: "type number time window". The number is the first
+     * of the data; time is 1 if the second is not 0. */
     QStringList take()
     {
         QStringList all;
@@ -55,9 +55,8 @@ private:
 } // namespace
 
 /*
- * A real server, a real window manager (scripts/with-display.sh) and real processes. Each test sees
- * another program in front first and the master's window then: what is in front at once may be left
- * from before.
+ * A real server, a real window manager (scripts/with-display.sh), and real processes. In each test
+ * another program is in front before the master's window is.
  */
 class DesktopTest : public QObject {
     Q_OBJECT
@@ -134,17 +133,17 @@ private Q_SLOTS:
             (QStringList{window, dialog}));
         QVERIFY(becomesActive(dialog));
         QTRY_COMPARE(stacking().mid(1), (QStringList{window, dialog}));
-        QVERIFY(!master->waitForLine(".*not opened.*").isEmpty()); // behind the open question
+        QVERIFY(!master->waitForLine(".*not opened.*").isEmpty()); // although a question is open
     }
 
-    /* By what it asks of the window manager, and what that does. */
+    /* Checks what it asks the window manager, and the result. */
     void bringsTheWindowForward_data() { addTable("requests.txt"); }
 
     void bringsTheWindowForward()
     {
         QFETCH(QString, change); // by a shell, to the window $0
         QFETCH(QString, requests);
-        output("xdotool", {"set_desktop", "0"}); // that of the other
+        output("xdotool", {"set_desktop", "0"}); // the desktop of the other program
         QTRY_COMPARE(output("xdotool", {"get_desktop"}), "0");
         const auto master = view();
         const QString window = windowOf(*master);
@@ -154,7 +153,7 @@ private Q_SLOTS:
             seen.makeItsOwnOwner(window.toUInt(nullptr, 16));
         QVERIFY(putOtherInFront());
         output("sh", {"-c", change, window});
-        QVERIFY(master->stop()); // for its window comes forward by itself, too
+        QVERIFY(master->stop()); // otherwise it would raise its window itself
         seen.take();
         qputenv("DESKTOP_STARTUP_ID", "id_TIME1");
         QVERIFY(!view({"/dev/null"})->waitForLine("viewer: handed over.*").isEmpty());
@@ -184,10 +183,10 @@ private Q_SLOTS:
         timer.start();
         const auto second = launch({"/a"});
         QCOMPARE(master->waitForLine("list .*"), "list /a");
-        QVERIFY(HostKit::LaunchLock(5000).isTaken()); // nobody has to wait for the server
+        QVERIFY(HostKit::LaunchLock(5000).isTaken()); // no launch waits for the server
         QCOMPARE(second->waitForEnd(), QStringList("state 2"));
-        QVERIFY(timer.elapsed() < 15000); // two seconds, on a machine that has time
-        qputenv("DISPLAY", ":4242"); // is not there
+        QVERIFY(timer.elapsed() < 15000); // two seconds, if the machine is not busy
+        qputenv("DISPLAY", ":4242"); // does not exist
         QCOMPARE(launched("/b"), "state 2");
         QCOMPARE(master->waitForLine("list .*"), "list /b");
     }

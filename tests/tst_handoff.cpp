@@ -7,7 +7,7 @@
 
 using namespace SingleInstance;
 
-/* What a connection brings. */
+/* What a receiver makes of the bytes of a connection. */
 class HandoffTest : public QObject {
     Q_OBJECT
 
@@ -20,7 +20,7 @@ private Q_SLOTS:
         QVERIFY(server.isListening() || server.listen(QHostAddress::LocalHost));
     }
 
-    /* Each line of a table that begins with bytes. */
+    /* The rows of docs/protocol.md that begin with bytes. */
     void keepsToTheProtocol_data()
     {
         QTest::addColumn<QByteArray>("message");
@@ -64,7 +64,9 @@ private Q_SLOTS:
             QTRY_VERIFY(!socket);
             client.abort();
             QCOMPARE(received, isList ? QList<QStringList>{list} : QList<QStringList>());
-            QVERIFY(!isList || packArguments(received[0]) == packArguments(list)); // null, or empty
+            QVERIFY(!isList
+                    || packArguments(received[0])
+                        == packArguments(list)); // null and empty strings differ
             QCOMPARE(ScriptedHost::takeLog(), log);
         }
     }
@@ -83,7 +85,7 @@ private Q_SLOTS:
 
     void abandonsWhatIsNoMessage()
     {
-        auto socket = receive(QByteArray(2, '\0')); // nothing comes behind it
+        auto socket = receive(QByteArray(2, '\0')); // nothing comes after it
         QTRY_VERIFY(!socket);
         client.abort();
         QCOMPARE(ScriptedHost::takeLog(),
@@ -103,7 +105,7 @@ private Q_SLOTS:
     }
 
 private:
-    /* Begins to receive what client sends. */
+    /* Starts a receiver for what the client sends. */
     QPointer<QTcpSocket> receive(const QByteArray& sentBefore = {})
     {
         client.connectToHost(server.serverAddress(), server.serverPort());
@@ -120,7 +122,7 @@ private:
         return socket;
     }
 
-    /* Has \a bytes read, unless the connection is closed already. */
+    /* Sends \a bytes and waits until they are read, unless the connection is closed. */
     void write(const QPointer<QTcpSocket>& receiving, const QByteArray& bytes)
     {
         if (!receiving)

@@ -30,7 +30,7 @@ using namespace HostKit;
 
 namespace {
 
-/* A session that does not start this program anew for what it has not received. */
+/* A session that never starts this program again. */
 struct Session : InstanceSession {
     Session() { setRestartCommand({}); }
 };
@@ -104,9 +104,10 @@ private Q_SLOTS:
 
     void keepsValuesApart()
     {
-        for (const QString& name : {QString("../a b/ü"), QString(".."), // they lead nowhere else
-                                    QString(200, QChar(0x42F)) + 'a', // too long for a file
-                                    QString(200, QChar(0x42F)) + 'b'}) {
+        for (const QString& name :
+             {QString("../a b/ü"), QString(".."), // they must not lead out of the folder
+              QString(200, QChar(0x42F)) + 'a', // too long for a file
+              QString(200, QChar(0x42F)) + 'b'}) {
             QCoreApplication::setApplicationName(name);
             QCOMPARE(value(), "none");
             setValue(name);
@@ -116,7 +117,7 @@ private Q_SLOTS:
         QCOMPARE(folder.entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::Hidden).size(),
                  4);
         QVERIFY(folder.exists("..%2Fa b%2F%C3%BC/SingleInstance/MasterPort"));
-        qputenv("XDG_CONFIG_HOME", "settings"); // relative ones do not count
+        qputenv("XDG_CONFIG_HOME", "settings"); // a relative one is ignored
         QVERIFY(configDirectory().startsWith(home->filePath(".config/maker/")));
     }
 
@@ -179,7 +180,7 @@ private Q_SLOTS:
         ::dup2(ends[1], STDERR_FILENO);
         for (int i = 0; i < 100; ++i) // would block here
             writeToStandardError(HostKit::LogLevel::Info, QString(9000, 'x'));
-        std::array<char, 1 << 18> text = {}; // in a QByteArray, GCC finds an overflow
+        std::array<char, 1 << 18> text = {}; // GCC warns of an overflow in a QByteArray
         auto size = ::read(ends[0], text.data(), 1 << 17);
         const auto kept = std::count(text.begin(), text.end(), '\n');
         writeToStandardError(HostKit::LogLevel::Info, "y");
@@ -209,7 +210,7 @@ private Q_SLOTS:
         QVERIFY(take("/lock", 5000).isTaken());
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
-        // What can only be read, as a folder, serves as well.
+        // A folder, which cannot be written, can be locked as well.
         QVERIFY(QDir(configDirectory()).mkpath("folder"));
         QVERIFY(take("/folder", 0).isTaken());
     }
@@ -235,7 +236,8 @@ private Q_SLOTS:
 
     void keepsListsWhereThereIsPlace()
     {
-        QVERIFY(QDir().mkpath(QFileInfo(configDirectory()).path())); // no folder of ours fits below
+        QVERIFY(QDir().mkpath(
+            QFileInfo(configDirectory()).path())); // a file takes the place of the folder
         QVERIFY(contentOf(configDirectory()).isEmpty()
                 && QFile(configDirectory()).open(QFile::WriteOnly));
         qunsetenv("XDG_RUNTIME_DIR");
@@ -250,7 +252,7 @@ private Q_SLOTS:
         QCOMPARE(takeSpooledLists(), (QList<QStringList>{large, {"small"}}));
     }
 
-    /* The table of the page on the protocol. */
+    /* The last table of docs/protocol.md. */
     void opensEnvelopes_data()
     {
         QTest::addColumn<QString>("list");
@@ -304,7 +306,8 @@ private Q_SLOTS:
             const bool isUsed = qstrcmp(platform, "xcb") != 0;
             QCOMPARE(tokens,
                      isUsed ? QByteArrayList({"b", "a", "c"}) : QByteArrayList({"", "", ""}));
-            QTRY_VERIFY(!qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN")); // nobody used the last
+            QTRY_VERIFY(
+                !qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN")); // no slot used the last one
         }
     }
 
@@ -323,7 +326,7 @@ private Q_SLOTS:
             QVERIFY(sendList(*chunk, port));
             QVERIFY(sendList({"between"}, port));
         }
-        QVERIFY(sendList(chunks.first(), port)); // once more, and nothing else
+        QVERIFY(sendList(chunks.first(), port)); // its other chunks do not follow
         QVERIFY(sendList({"last"}, port));
         QTRY_COMPARE(received.size(), chunks.size() + 2);
         received.removeAll({QStringList("between")});
@@ -343,16 +346,16 @@ private Q_SLOTS:
 
     void flushesWhatWasHandedOver()
     {
-        qputenv("QT_NO_GLIB", "1"); // for a loop that serves its sockets in any order
+        qputenv("QT_NO_GLIB", "1"); // such an event loop serves its sockets in any order
         const auto restore = qScopeGuard([] { qunsetenv("QT_NO_GLIB"); });
         const QStringList list(QString(30000, 'x'));
         for (int master = 0; master < 16; ++master) {
-            qSetGlobalQHashSeed(-1); // and in another one each time
+            qSetGlobalQHashSeed(-1); // a different one each time
             QCOMPARE(startSingleInstance(), SingleInstanceStateMaster);
             const auto stop = qScopeGuard([] { stopSingleInstance(); });
             auto* const controller = SingleInstance::findController();
             connect(controller, &SingleInstance::SingleInstanceController::messageReceived,
-                    [] { QThread::msleep(3); }); // a slot that takes its time
+                    [] { QThread::msleep(3); }); // a slow slot
             const quint16 port = SingleInstance::readMasterPort();
             QVERIFY(sendList({"early"}, port));
             QTRY_COMPARE(controller->peekMessages().size(), 1);
@@ -375,16 +378,16 @@ private Q_SLOTS:
         }
     }
 
-    /* Without the lock another process may be master, and would show what is sent to it. */
+    /* Without the lock another process may be the master, and must not get the marks. */
     void flushesNobodyElse()
     {
         QVERIFY(QDir().mkpath(configDirectory() + "/SingleInstance/MasterPid")); // not written
         QFile::link("/none/at/all", configDirectory() + "/launch.lock");
         const auto run = [] { QCOMPARE(Session().state(), SingleInstanceStateMaster); };
-        QCOMPARE(warningsOf(run), 3); // the lock, twice, and the last launches
+        QCOMPARE(warningsOf(run), 3); // two of the lock, one of the last launches
     }
 
-    /* However many iterations a loop has been busy for when it is told to quit. */
+    /* Whether the loop is told to quit after few or many busy iterations. */
     void worksInNoLastIteration()
     {
         for (int iterations = 0; iterations < 50; ++iterations) {
@@ -410,7 +413,7 @@ private Q_SLOTS:
             QCoreApplication::exec();
             QVERIFY(!isLate);
             isQuitting = false;
-            QTRY_COMPARE(done, 1); // once the loop goes on
+            QTRY_COMPARE(done, 1); // when the loop runs again
         }
     }
 
@@ -473,7 +476,7 @@ private Q_SLOTS:
         QCOMPARE(other.get(), SingleInstanceStateFailed);
     }
 
-    /* The sample of the page on the protocol. */
+    /* The sender in docs/protocol.md. */
     void anyProgramHandsOver()
     {
         const QString sender = contentOf(PROTOCOL).section("```python", 1).section("```", 0, 0);
@@ -485,7 +488,7 @@ private Q_SLOTS:
             const QStringList script = {"-c", sender, configDirectory()};
             QCOMPARE(output("python3", script + list), "");
             if (session.signalsBlocked())
-                QTest::qWait(50); // for what must not come
+                QTest::qWait(50); // nothing must come
             else
                 QTRY_VERIFY(!received.isEmpty() && received.last().first() == list);
         }

@@ -20,13 +20,13 @@ using namespace SingleInstance;
 
 namespace {
 
-std::set<int> refusedFamilies; // by bind(), as on a machine that lacks them
-std::mutex accepting; // held to keep the master from it
+std::set<int> refusedFamilies; // bind() refuses these, as on a machine without them
+std::mutex accepting; // while it is held, the master does not accept
 std::atomic<bool> acceptFails = false;
 
 } // namespace
 
-/* These take the place of the C library's, for Qt as well. */
+/* These replace the functions of the C library, also for Qt. */
 extern "C" __attribute__((visibility("default"))) int accept4(int socket, sockaddr* address,
                                                               socklen_t* length, int flags)
 {
@@ -44,7 +44,7 @@ extern "C" __attribute__((visibility("default"))) int bind(int socket, const soc
         : static_cast<int>(::syscall(SYS_bind, socket, address, length));
 }
 
-/* What happens where Linux refuses something, above a scripted host. */
+/* What happens when Linux refuses something. */
 class LimitsTest : public QObject {
     Q_OBJECT
 
@@ -59,13 +59,13 @@ private Q_SLOTS:
 
     void endsTheProcessOnABrokenPrecondition_data()
     {
-        QTest::addColumn<int>("size"); // of a body; without one a socket is missing
+        QTest::addColumn<int>("size"); // of a body; -1: a null socket
         QTest::newRow("sending empty message not supported!") << 0;
         QTest::newRow("sending message is too long!") << 65536;
         QTest::newRow("Receiver cannot work with a null socket!") << -1;
     }
 
-    /* And lets go of Qt's messages before. */
+    /* It stops to catch Qt's messages before. */
     void endsTheProcessOnABrokenPrecondition()
     {
         QFETCH(int, size);
@@ -115,21 +115,21 @@ private Q_SLOTS:
         limitFiles(limit);
         const auto restore = qScopeGuard([] { limitFiles(2200); });
         for (const auto& [idle, held] : {std::pair(0U, 0), std::pair(48U, 0), std::pair(24U, 40)}) {
-            std::vector<int> high; // that the host holds: the numbers below are free
+            std::vector<int> high; // the host holds these, and the numbers below are free
             for (int i = 0; i < held; ++i)
                 high.push_back(::fcntl(0, F_DUPFD, limit - held));
             std::vector<QTcpSocket> clients(idle);
             {
                 const std::lock_guard<std::mutex> noneYet(accepting);
-                connectAll(nullptr, clients, {}); // which are accepted in a row, then
+                connectAll(nullptr, clients, {}); // then they are accepted one after another
                 QThread::msleep(20); // a count may be as old as 10 ms
             }
-            QTRY_VERIFY(idle == 0 || openFiles() > 70); // as many as it takes
+            QTRY_VERIFY(idle == 0 || openFiles() > 70); // as many as the gate accepts
             ScriptedHost::takeLog();
-            std::vector<int> used; // by the host, for something else: all that there are
+            std::vector<int> used; // the host uses all that are free
             for (int file = ::dup(0); file >= 0; file = ::dup(0))
                 used.push_back(file);
-            QVERIFY(used.size() > 16); // left to the host
+            QVERIFY(used.size() > 16); // these were left to the host
 
             ::close(used.back());
             used.pop_back();
@@ -147,7 +147,7 @@ private Q_SLOTS:
         }
     }
 
-    /* As when another thread takes the last descriptor at that moment. */
+    /* As if another thread took the last descriptor at that moment. */
     void acceptsAfterAFailure()
     {
         const Master master;

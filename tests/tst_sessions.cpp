@@ -12,13 +12,13 @@
 
 namespace {
 
-/* Where HostKit keeps the port for the processes of a test. */
+/* Returns the file of the port. */
 QString portFile()
 {
     return qEnvironmentVariable("XDG_CONFIG_HOME") + "/application/SingleInstance/MasterPort";
 }
 
-/* By a shell, for which the file of the port is $0. */
+/* Runs a shell command. Its $0 is the file of the port. */
 void change(const QString& command)
 {
     QCOMPARE(output("sh", {"-c", command, portFile()}), "");
@@ -32,7 +32,7 @@ std::vector<Launch> launchMany(int count)
     return all;
 }
 
-/* Returns a master that will find the \a lists when it goes on. */
+/* Returns a master that is stopped, and to which the \a lists were handed over. */
 Launch stoppedMaster(const QString& name, const QStringList& lists)
 {
     Launch master = launchMaster({name});
@@ -46,7 +46,7 @@ Launch stoppedMaster(const QString& name, const QStringList& lists)
 
 /*
  * Sessions of real processes (support/application.cpp) that start, launch others, end and are
- * killed: what is handed over is shown once, by somebody whose window is there.
+ * killed. Each list must be shown once, by a process whose window is visible.
  */
 class SessionsTest : public QObject {
     Q_OBJECT
@@ -73,7 +73,7 @@ private Q_SLOTS:
         QFETCH(QString, command); // to the master; without one there is no master yet
         QFETCH(QString, when);
         qputenv("SHAPE", shape.toUtf8());
-        const bool isStopped = when == "stopped"; // when it gets the command, and goes on later
+        const bool isStopped = when == "stopped"; // when it gets the command; it continues later
         const bool byKeys = command == "close" && qEnvironmentVariableIsSet("DISPLAY");
         const int count = std::max(1, qEnvironmentVariableIntValue("STORM_ROUNDS"));
         int handedOver = 0;
@@ -83,7 +83,8 @@ private Q_SLOTS:
             QVERIFY(!byKeys || !windowOf(*master).isEmpty());
             const auto all = launchMany(launches.toInt());
             if (master) {
-                QTest::qWait(QRandomGenerator::global()->bounded(60)); // who is first varies
+                QTest::qWait(
+                    QRandomGenerator::global()->bounded(60)); // so that the first one varies
                 QVERIFY(!isStopped || master->stop());
                 const QStringList close = {"key", "alt+F4"}; // by the window manager
                 if (byKeys)
@@ -94,19 +95,20 @@ private Q_SLOTS:
                     master->command(command.toUtf8());
                 QTest::qWait(QRandomGenerator::global()->bounded(isStopped ? 60 : 1));
                 master->signal(SIGCONT);
-                if (byKeys && !family->said("ends")) // nobody has the focus while that moves
+                if (byKeys && !family->said("ends")) // the key is lost while the focus moves
                     output("xdotool", close);
                 master->waitForEnd();
                 QCOMPARE(master->exitCode(), command == "exit" ? 3 : 0);
             }
             for (const Launch& each : all)
                 QVERIFY(family->isServed(*each));
-            // A master that nobody sees would swallow this.
+            // A master without a window would swallow this one.
             QVERIFY(family->isServed(*launch({"/last"})));
             QVERIFY(family->isInOrder());
             // No launch that hands over has built an application object before.
             QVERIFY(family->lines("arguments .*").size() <= family->lines("state 1").size());
-            QVERIFY(command == "restart" || family->lines("list ").isEmpty()); // nobody sent it
+            QVERIFY(command == "restart"
+                    || family->lines("list ").isEmpty()); // no launch sent an empty list
             handedOver += family->handedOver;
         }
         qInfo("%s: %d rounds, %d lists handed over, each shown once", QTest::currentDataTag(),
@@ -118,7 +120,7 @@ private Q_SLOTS:
         const int count = std::max(10, qEnvironmentVariableIntValue("KILL_ROUNDS"));
         for (int round = 0; round < count; ++round) {
             family.emplace();
-            const bool atItsEnd = round % 2 == 0; // else anywhere in start or hand-over
+            const bool atItsEnd = round % 2 == 0; // otherwise at any moment of start or hand-off
             const auto killed = launchMany(2);
             if (atItsEnd) {
                 killed[0]->waitForLine("state .*");
@@ -215,13 +217,13 @@ private Q_SLOTS:
         launchMaster();
     }
 
-    /* Which holds the launch lock, and hands over only now. */
+    /* That launch holds the lock, and hands over only now. */
     void endsBehindALaunchThatIsHalfWay()
     {
         const auto master = launchMaster();
         auto lock = std::make_unique<HostKit::LaunchLock>();
         const auto other = launch({"/other"});
-        QVERIFY(!other->waitForReadyRead(1500)); // it has patience
+        QVERIFY(!other->waitForReadyRead(1500)); // it waits for the lock
         master->command("save");
         QVERIFY(family->said("ends"));
         qputenv("SHAPE", "bare");
@@ -231,12 +233,12 @@ private Q_SLOTS:
         QVERIFY(family->said("list /A") && family->said("list /other"));
         QCOMPARE(launched("/B"), "state 2");
         QVERIFY(family->said("list /B"));
-        QCOMPARE(master->state(), QProcess::Running); // which held up nobody
+        QCOMPARE(master->state(), QProcess::Running); // its slow end delayed no launch
     }
 
     void leavesWhatItHasNotReceived()
     {
-        QStringList lists; // so long that it takes a while to have them all
+        QStringList lists; // long ones: it takes a while to read all
         for (char name = 'A'; name <= 'Z'; ++name)
             lists.append('/' + QString(30000, name));
         const auto master = stoppedMaster("once", lists); // quits in the slot
@@ -273,7 +275,7 @@ private Q_SLOTS:
         QCOMPARE(family->lines("state 1").size(), masters.toInt() + 1);
     }
 
-    /* What a session starts may start others, which have arguments of their own. */
+    /* A process that a session starts may start others, with arguments of their own. */
     void isNoSuccessorWithOtherArguments()
     {
         const auto master = launchMaster();
@@ -302,13 +304,13 @@ private Q_SLOTS:
         qputenv("QT_DEBUG_PLUGINS", "1");
         const QStringList said = start()->waitForEnd();
         qunsetenv("QT_DEBUG_PLUGINS");
-        QCOMPARE(said, QStringList("state 2")); // and no plug-in was looked for
+        QCOMPARE(said, QStringList("state 2")); // Qt has searched for no plug-in
         QCOMPARE(master->waitForLine("list.*"), "list " + arguments);
     }
 
     void answersTheUser_data() { addTable("questions.txt"); }
 
-    /* The same with a master and without, on no display, and without a lock. */
+    /* With and without a master, without a display, and without waiting for the lock. */
     void answersTheUser()
     {
         QFETCH(QString, command); // by a shell: $0 is the program, $1 a folder

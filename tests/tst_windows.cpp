@@ -12,8 +12,8 @@
 #include <windows.h>
 
 /*
- * Real processes on Windows, of this same program. By its first argument it is an application, a program
- * without the library whose window is in front, or otherwise the test.
+ * Real processes on Windows, of this same program. By its first argument it is an application, a
+ * program without the library whose window is in front, or otherwise the test.
  */
 namespace {
 

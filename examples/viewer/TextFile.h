@@ -6,7 +6,7 @@
 struct TextFile {
     QString text;
     QString problem;
-    bool isLonger = false; //!< than asked for, so that there is neither
+    bool isLonger = false; //!< than the limit; then text and problem are empty
 };
 
 /*!

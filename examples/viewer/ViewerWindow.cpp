@@ -24,7 +24,7 @@
 namespace {
 
 constexpr qint64 largeFile = 1 << 20; // bytes
-constexpr qint64 largestFile = 8 << 20; // of line breaks alone, that takes 3 GB and 40 s to show
+constexpr qint64 largestFile = 8 << 20; // a file of line breaks takes 3 GB and 40 s to show
 constexpr int noticedLines = 6;
 constexpr int namedFiles = 3; // in a question
 
@@ -41,7 +41,7 @@ ViewerWindow::ViewerWindow()
     : notice(new QLabel(this))
     , tabs(new QTabWidget(this))
 {
-    notice->setTextFormat(Qt::PlainText); // it quotes names that others chose
+    notice->setTextFormat(Qt::PlainText); // any process may choose the names that it quotes
     notice->setWordWrap(true);
     notice->setMargin(8);
     notice->hide();
@@ -94,7 +94,7 @@ void ViewerWindow::askAbout(const QString& path)
         question = new QMessageBox(QMessageBox::Question, QString(), QString(),
                                    QMessageBox::Yes | QMessageBox::No, this);
         question->setAttribute(Qt::WA_DeleteOnClose);
-        question->setTextFormat(Qt::PlainText); // it quotes names that others chose
+        question->setTextFormat(Qt::PlainText); // any process may choose the names that it quotes
         connect(question, &QDialog::finished, this, &ViewerWindow::openAsked);
     }
     QStringList names;

@@ -20,9 +20,9 @@ public:
     ViewerWindow();
 
     /*!
-        Opens each absolute path or file URL in \a files in a tab, the last one in front. A file that
-        is open already is read again. Problems go to the notice. Large files wait until the user has
-        said whether to open them.
+        Opens each absolute path or file URL in \a files in a tab, the last one in front. A file
+        that is open already is read again. Problems go to the notice. Large files wait until the
+        user has said whether to open them.
     */
     void open(const QStringList& files);
 
@@ -32,11 +32,11 @@ public:
     */
     void openFromOtherLaunch(const QStringList& files, const HostKit::ReceivedLaunch& launch);
 
-    /*! Shows \a text in the notice, below what it says already. */
+    /*! Adds \a text to the notice above the tabs. */
     void tell(const QString& text);
 
 private:
-    /* A launch that waits for files, which are open or asked about. */
+    /* A launch that waits for files. They are open, or the user is asked about them. */
     struct WaitingLaunch {
         HostKit::ReceivedLaunch launch;
         QStringList files;

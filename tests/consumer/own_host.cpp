@@ -4,7 +4,7 @@
 
 #include <QtCore/QCoreApplication>
 
-/* Whether it was this program's host that the library talked to. */
+/* Succeeds if the library has called the host of this program. */
 int main(int argc, char* argv[])
 {
     QCoreApplication application(argc, argv);

@@ -1,6 +1,6 @@
 #include <HostKit/InstanceSession.h>
 
-/* Returns the state of a session beside that of the program. */
+/* Returns the state of a second session in the program. */
 extern "C" __attribute__((visibility("default"))) int stateInPlugin()
 {
     const HostKit::InstanceSession session;

@@ -7,7 +7,7 @@
 #include <dlfcn.h>
 
 #ifdef OWN_START
-/* Nothing in the library calls it in place of its own. */
+/* The library must not call this instead of its own function. */
 SingleInstanceState startSingleInstance()
 {
     std::puts("called by the library");
@@ -15,7 +15,7 @@ SingleInstanceState startSingleInstance()
 }
 #endif
 
-/* Loads the plug-in, first so that nobody sees its symbols, then so that all do. */
+/* Loads the plug-in twice: first with hidden symbols, then with visible ones. */
 int main(int argc, char* argv[])
 {
     QCoreApplication application(argc, argv);

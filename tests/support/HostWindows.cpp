@@ -3,8 +3,8 @@
 #include <QtCore/QSettings>
 
 /*
- * A host of its own for Windows: its settings are in the user's registry, which keeps nothing back,
- * under a key that the environment names; all else is HostKit's.
+ * A host for Windows. Its settings are in the user's registry, under a key that the environment
+ * names: other processes read at once what one has written. All other functions are HostKit's.
  */
 namespace Core {
 
@@ -15,7 +15,7 @@ QString pathOf(const QString& group, const QString& key)
     return group + QLatin1Char('/') + key;
 }
 
-/* One for each call, since calls come from more than one thread. */
+/* A new one for each call: calls come from more than one thread. */
 struct Store : QSettings {
     Store()
         : QSettings(qEnvironmentVariable("TEST_REGISTRY"), QSettings::NativeFormat)

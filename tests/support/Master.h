@@ -22,7 +22,7 @@
 #include <winsock2.h>
 #endif
 
-/* Returns how many files are open, and how many bytes allocated, where the system tells. */
+/* How many files are open, and how many bytes are allocated. On Windows both return 0. */
 inline auto openFiles()
 {
     return int(QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size());
@@ -37,7 +37,7 @@ inline size_t usedMemory()
 #endif
 }
 
-/* Sets the soft limit of open files, where there is one. */
+/* Sets the soft limit of open files. Windows has none. */
 inline void limitFiles(int count)
 {
 #ifdef Q_OS_LINUX
@@ -48,7 +48,7 @@ inline void limitFiles(int count)
 #endif
 }
 
-/* Returns the descriptor of a socket or server, in the type that the system gives it. */
+/* Returns the descriptor of a socket or server, in the type of the system. */
 template <typename Socket> auto descriptorOf(const Socket& socket)
 {
     return static_cast<decltype(::socket(0, 0, 0))>(socket.socketDescriptor());
@@ -71,15 +71,15 @@ struct Application {
     std::unique_ptr<QCoreApplication> application;
 };
 
-/* That of a master in this process. */
+/* A master in this process. */
 struct Master : Application {
     const SingleInstanceState state = startSingleInstance();
     SingleInstance::SingleInstanceController* const controller = SingleInstance::findController();
 
-    /* Returns whether nothing arrives for a while, which takes hardly any processor time. */
+    /* Returns whether nothing arrives for a while, and hardly any processor time is used. */
     bool rests(int milliseconds) const
     {
-        const auto time = [] { // in units of 10 ms, where the system tells
+        const auto time = [] { // in units of 10 ms; 0 on Windows
             const QString status = contentOf("/proc/self/stat");
             return status.section(' ', 13, 13).toInt() + status.section(' ', 14, 14).toInt();
         };
@@ -101,7 +101,7 @@ inline bool reaches(SingleInstance::SingleInstanceController* controller, const 
         && QTest::qWaitFor([&] { return controller->takeMessages().contains({name}); });
 }
 
-/* Connects all to the master, and has each send \a bytes; in step with \a controller, if given. */
+/* Connects all to the master. Each sends \a bytes. If there is a \a controller, waits for it. */
 inline void connectAll(SingleInstance::SingleInstanceController* controller,
                        std::vector<QTcpSocket>& clients, const QByteArray& bytes,
                        bool reset = false)

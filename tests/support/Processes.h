@@ -12,7 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/* A process of a test. It is killed with the object; what it said is shown when a check fails. */
+/* A process of a test. It is killed with the object. Its output is shown if a check fails. */
 class Process : public QProcess {
 public:
     explicit Process(const QString& program, const QStringList& arguments = {},
@@ -31,7 +31,7 @@ public:
     }
     Q_DISABLE_COPY_MOVE(Process)
 
-    /* Waits for a line that \a pattern matches, behind the last one; returns it, if in time. */
+    /* Waits for a line that \a pattern matches, after the last one. Returns it, if it comes in time. */
     QString waitForLine(const QString& pattern)
     {
         const QRegularExpression line("^" + pattern + "$", QRegularExpression::MultilineOption);
@@ -47,12 +47,13 @@ public:
         return found.captured();
     }
 
-    /* Waits for the end; returns all lines. */
+    /* Waits for the end. Returns all lines. */
     QStringList waitForEnd()
     {
         if (state() != NotRunning && !waitForFinished()) {
             const QString process = QString::number(processId());
-            execute("sh", {"-c", "cd /proc/$0/task; grep . */comm */wchan", process}); // for what
+            execute("sh",
+                    {"-c", "cd /proc/$0/task; grep . */comm */wchan", process}); // what it waits in
             QTest::qFail("a process goes on", __FILE__, __LINE__);
         }
         said += readAll();
@@ -68,17 +69,17 @@ public:
     void signal(int number)
     {
         const auto id = static_cast<pid_t>(processId());
-        if (id > 0) // it may have ended, and 0 would mean ourselves
+        if (id > 0) // it may have ended; 0 would mean this process
             ::kill(id, number);
     }
 
-    /* Stops it; returns whether all its threads have by now. */
+    /* Stops the process. Returns whether all its threads have stopped. */
     bool stop()
     {
         signal(SIGSTOP);
         siginfo_t stopped;
         const auto wait = [&] { return ::waitid(P_PID, id_t(processId()), &stopped, WSTOPPED); };
-        return TEMP_FAILURE_RETRY(wait()) == 0; // others may end meanwhile
+        return TEMP_FAILURE_RETRY(wait()) == 0; // other children may end meanwhile
     }
 
 private:
@@ -88,7 +89,7 @@ private:
 
 using Launch = std::unique_ptr<Process>;
 
-/* Of support/application.cpp, whose last argument is its name. */
+/* Starts support/application.cpp. Its last argument is its name. */
 inline Launch launch(const QStringList& arguments = {"/own"}, const QString& folder = {})
 {
     return std::make_unique<Process>(PROGRAMS "application", arguments, folder);
@@ -102,15 +103,15 @@ inline Launch launchMaster(const QStringList& arguments = {"/own"})
     return master;
 }
 
-/* Returns the state that the launch came to. */
+/* Returns the state of a launch with that name. */
 inline QString launched(const QString& name)
 {
     return launch({name})->waitForLine("state .*");
 }
 
 /*
- * The processes of one application in a settings folder of their own, those included that were
- * started by others of them. What they say is in one log, in its order; they end with this object.
+ * The processes of one application, including those that another one started. They share a settings
+ * folder, and a log of what they say. They end with this object.
  */
 class Family {
 public:
@@ -136,7 +137,7 @@ public:
 
     QByteArray path(const char* name) const { return QFile::encodeName(folder.filePath(name)); }
 
-    /* "process line" each. */
+    /* Returns lines of the log: "process line". */
     QStringList lines(const QString& pattern = ".*") const
     {
         return contentOf(path("log"))
@@ -144,20 +145,20 @@ public:
             .filter(QRegularExpression("^\\d+ " + pattern + "$"));
     }
 
-    /* Waits until that was said; returns whether it was in time. */
+    /* Waits until a process says \a line. Returns whether it does in time. */
     bool said(const QString& line) const
     {
         return QTest::qWaitFor([&] { return !lines(line).isEmpty(); }, 20000);
     }
 
-    /* Each of them reads its pipe. */
+    /* Each process has the pipe open. */
     bool haveEnded() const
     {
         const int pipe = ::open(path("life").constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
         return pipe < 0 || ::close(pipe) != 0;
     }
 
-    /* Waits until the list of \a launch is shown, unless it is a master; returns whether it is. */
+    /* Waits until \a launch is a master or its list is shown. Returns whether it is. */
     bool isServed(Process& launch)
     {
         const QString state = launch.waitForLine("state .*");
@@ -166,8 +167,8 @@ public:
             || (state == "state 2" && said("list " + launch.arguments().last()));
     }
 
-    /* Whether there was never a second master before the first began to end, and no list was shown
-     * twice, by one that was about to end, or in a window that is not to be seen. */
+    /* Returns whether no second master came before the first began to end, and no list was shown
+     * twice, by a process that was told to quit, or in a hidden window. */
     bool isInOrder() const
     {
         int masters = 0;

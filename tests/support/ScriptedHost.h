@@ -17,15 +17,15 @@
 namespace ScriptedHost {
 
 struct State {
-    QStringList log; // "level text", without the prefix that all lines have to carry
+    QStringList log; // "level text", without the prefix that all lines must have
     QVariantList portReads; // answers to the next reads of the port, before the stored value
     QHash<QString, QVariant> settings;
 };
 
-/*! The state, locked for as long as what is returned lives. */
+/*! The state. It is locked as long as the returned object lives. */
 std::shared_ptr<State> state();
 
-/*! Forgets everything and lets all lines through to the log. */
+/*! Forgets everything. All lines go to the log. */
 void reset();
 
 QStringList takeLog();

@@ -11,22 +11,22 @@ inline QString contentOf(const QString& name)
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
 
-/* Returns what stands in the tables of the tests under \a name, line by line. */
+/* Returns the lines of the table \a name. */
 inline QStringList tableLines(const QString& name)
 {
     return contentOf(TABLES + name).split('\n');
 }
 
 /*
- * Adds the columns and rows of a table, all of them texts: the first line names the columns, the
- * first column the rows. A dot is an empty text.
+ * Adds the columns and rows of a table. All fields are texts. The first line names the columns, the
+ * first column names the rows. A dot is an empty text.
  */
 inline void addTable(const QString& name)
 {
     QStringList lines = tableLines(name);
     lines.removeAll(QString());
     const QRegularExpression border(R"(\s+\|\s+)");
-    static std::set<QByteArray> columns; // whose letters have to stay
+    static std::set<QByteArray> columns; // Qt Test keeps pointers to the names
     for (const QString& column : lines.takeFirst().split(border).mid(1))
         QTest::addColumn<QString>(*columns.insert(column.toLatin1()).first);
     for (const QString& line : lines) {

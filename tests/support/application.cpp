@@ -1,28 +1,28 @@
 /*
- * An application in one of the shapes that applications have, as SHAPE in the environment says:
+ * An application whose kind is SHAPE in the environment:
  *
  *   (none)    no windows
  *   loop      no windows, and an event loop of its own
- *   prelude   no windows; an exec() that ends before the one in which it is ready for lists
+ *   prelude   no windows; one exec() ends before the one in which it receives lists
  *   busy      no windows, and always something to do
- *   deaf      no windows; never ready for lists
+ *   deaf      no windows; never receives lists
  *   early     no application object yet
  *   bare      no windows and no session: the bare entry points, for a launch that hands over
  *   closing   a window that is deleted when it is closed
  *   deleted   a window that is deleted as the application quits
- *   child     a window that the session is a child of, and is deleted with
+ *   child     a window, which is the parent of the session
  *   quick     a Qt Quick window, which is hidden when it is closed
- *   wizard    never gets from its launch to its session
- *   frames    no windows, and a timer that is due before its work of 16 ms is done
+ *   wizard    waits for ever between its launch and its session
+ *   frames    no windows; always busy for 16 ms, by a timer
  *
- * Those with windows use HostKit::Launch. It says "arguments A|B" as the application object has
- * them, "state N", "ends" when its end begins, and for each list "list A|B"; "hidden A|B" if its
- * window is not to be seen by then, "late A|B" if it was told to quit before. It obeys lines of its
- * input; see obey(). With the argument "once" it quits when it has received a list. RESTART in the
- * environment is the command that it sets, in words.
+ * Kinds with windows use HostKit::Launch. The application says "arguments A|B", as its application
+ * object has them; "state N"; "ends" when its end begins; and for each list "list A|B", or "hidden
+ * A|B" if its window is hidden, or "late A|B" if it was told to quit before. It obeys lines of its
+ * input: see obey(). With the argument "once" it quits when it has received a list. RESTART in the
+ * environment is its restart command.
  *
- * It ends with its input, or with the pipe LAUNCH_LIFE; after a minute at the latest. What it says
- * is also in the file LAUNCH_LOG, behind its number, since nobody in the test may have started it.
+ * It ends with its input, with the pipe LAUNCH_LIFE, or after a minute. It also writes what it says
+ * to the file LAUNCH_LOG, after its process id: the test may not have started it.
  */
 
 #include <HostKit/InstanceSession.h>
@@ -118,7 +118,7 @@ void show(const QStringList& arguments)
         obey("quit");
 }
 
-/* One that asks for a code gets it after a while; the others wait for a command. */
+/* A launch that asks for a code gets it after a while. The others wait for a command. */
 void keep(const HostKit::ReceivedLaunch& launch)
 {
     const int code =
@@ -142,7 +142,7 @@ std::unique_ptr<QSocketNotifier> listenTo(int file)
         QByteArray line(64, '\0');
         const auto got = ::read(file, line.data(), size_t(line.size()));
         if (got <= 0)
-            ::_exit(0); // no quit: that is what tests look at
+            ::_exit(0); // without a quit, which tests look at
         obey(line.left(int(got)).trimmed());
     });
     return notifier;
@@ -158,7 +158,7 @@ int runWithWindow(std::unique_ptr<InstanceSession> session)
                          "Window { visible: true; width: 100; height: 100 }");
         window = engine->rootObjects().value(0);
     } else {
-        auto* const widget = new QWidget; // deletes itself, or is left
+        auto* const widget = new QWidget; // it deletes itself, or stays
         widget->setAttribute(Qt::WA_DeleteOnClose, shape != "deleted");
         if (shape == "deleted")
             QObject::connect(qApp, &QCoreApplication::aboutToQuit, widget, &QObject::deleteLater);
@@ -201,7 +201,7 @@ int run()
         say("state " + QByteArray::number(startSingleInstance()));
         return stopSingleInstance();
     }
-    if (shape != "prelude") // where it is not the end
+    if (shape != "prelude") // its first aboutToQuit() is not the end
         QObject::connect(qApp, &QCoreApplication::aboutToQuit, beginEnd);
     auto session = std::make_unique<InstanceSession>();
     if (qEnvironmentVariableIsSet("RESTART"))
@@ -248,7 +248,7 @@ int main(int argc, char* argv[])
                 say("state 2");
             return launch->exitCode();
         }
-        if (shape == "wizard") // the user has to answer it first
+        if (shape == "wizard") // waits for its user
             ::pause();
         if (shape == "quick")
             application = std::make_unique<QGuiApplication>(launch->argc(), launch->argv());
@@ -259,7 +259,7 @@ int main(int argc, char* argv[])
     }
     QCoreApplication::setApplicationName("application");
     HostKit::quitOnSignals();
-    // One that a session started inherits an input that ends.
+    // A process that a session started has an input that ends.
     const auto input = argc > 1 ? listenTo(STDIN_FILENO) : nullptr;
     const int file = ::open(qgetenv("LAUNCH_LIFE").constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     const auto life = file >= 0 ? listenTo(file) : nullptr;
