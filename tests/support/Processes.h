@@ -31,7 +31,7 @@ public:
     }
     Q_DISABLE_COPY_MOVE(Process)
 
-    /* Waits for a line that \a pattern matches, after the last one. Returns it, if it comes in time. */
+    /* Waits for the next line that \a pattern matches. Returns it, if it comes in time. */
     QString waitForLine(const QString& pattern)
     {
         const QRegularExpression line("^" + pattern + "$", QRegularExpression::MultilineOption);
