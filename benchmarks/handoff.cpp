@@ -6,7 +6,7 @@
  * for the plot.
  */
 
-#include "ConfigDirectory.h"
+#include "Directories.h"
 #include "MessageFormat.h"
 #include "MessageSender.h"
 #include "Registry.h"

@@ -20,7 +20,7 @@ target_sources(SingleInstance_tst_controller PRIVATE
 # A DLL must be linked with its host. So this host is a library of its own.
 add_library(SingleInstance_windows_host support/HostWindows.cpp
     ../HostKit/host/Invokator.cpp ../HostKit/host/Log.cpp ../HostKit/host/ObjectsPool.cpp
-    ../HostKit/host/Logger.cpp)
+    ../HostKit/host/QtMessages.cpp)
 target_compile_definitions(SingleInstance_windows_host PUBLIC HOSTKIT_STATIC_DEFINE)
 target_include_directories(SingleInstance_windows_host PRIVATE
     ../HostKit/include "${PROJECT_BINARY_DIR}/HostKit/include")

@@ -1,12 +1,12 @@
 #include "Arbitration.h"
 
 #include "AnswerChannel.h"
-#include "ConfigDirectory.h"
+#include "Directories.h"
 #include "Foreground.h"
 #include "HandOff.h"
+#include "LaunchSpool.h"
 #include "MasterLock.h"
 #include "MasterProbe.h"
-#include "MessageSpool.h"
 #include "SettingsSlot.h"
 #include "StartupNotification.h"
 #include "Successor.h"
@@ -23,7 +23,7 @@ namespace {
 
 constexpr int maxAttempts = 3; // a master may die between the look and the hand-off
 
-enum class Master { None, Answers, Unreachable, InOtherNetwork };
+enum class Master { None, Reachable, Unreachable, InOtherNetwork };
 
 Master findMaster()
 {
@@ -34,10 +34,10 @@ Master findMaster()
         return Master::None;
     if (isMasterInOtherNetwork())
         return Master::InOtherNetwork;
-    return isReachable(port) ? Master::Answers : Master::Unreachable;
+    return isReachable(port) ? Master::Reachable : Master::Unreachable;
 }
 
-/* Launches would take a port that stays for a master's, and any process may listen there. */
+/* Launches would mistake a port that stays recorded for a master's. */
 Decision toBeMaster(FileLock launchLock)
 {
     if (readMasterPort() != 0)
@@ -67,7 +67,7 @@ Decision decideUnderLock(const LaunchMessage& launch, FileLock launchLock)
         if (handOff(launch))
             return {Outcome::HandedOver, {}, readMasterPid()};
     }
-    qWarning("HostKit: the master on port %d cannot be reached, this process takes its place",
+    qWarning("HostKit: the master on port %d cannot be reached: this process takes its place",
              readMasterPort());
     return toBeMaster(std::move(launchLock));
 }
@@ -86,7 +86,7 @@ Decision decideWithoutLock(const LaunchMessage& launch)
     FileLock launchLock = takeLaunchLock(std::chrono::milliseconds(0));
     const bool canDecide = launchLock.isTaken() || isReachable(readMasterPort());
     if (!canDecide || !unspool(name)) {
-        qWarning("HostKit: the application starts or hangs: the arguments wait for it");
+        qWarning("HostKit: the application is starting or hangs: the arguments wait for it");
         return {Outcome::Spooled, {}, 0};
     }
     if (launchLock.isTaken())
@@ -103,7 +103,7 @@ Decision decideForSpool(FileLock launchLock)
     const Master master = findMaster();
     if (master == Master::InOtherNetwork)
         return {Outcome::NothingToDo, {}, 0};
-    if (master != Master::Answers)
+    if (master != Master::Reachable)
         return toBeMaster(std::move(launchLock));
     const QList<LaunchMessage> left = passOn(takeSpooled());
     if (!left.isEmpty() && !spool(left).isEmpty())
@@ -139,7 +139,7 @@ FileLock takeLaunchLock(std::chrono::milliseconds timeout)
 
 QList<LaunchMessage> passOn(const QList<LaunchMessage>& launches)
 {
-    if (launches.isEmpty() || findMaster() != Master::Answers)
+    if (launches.isEmpty() || findMaster() != Master::Reachable)
         return launches;
     int passed = 0;
     for (; passed < launches.size() && handOff(launches[passed]); ++passed) {

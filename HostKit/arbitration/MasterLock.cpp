@@ -1,6 +1,6 @@
 #include "MasterLock.h"
 
-#include "ConfigDirectory.h"
+#include "Directories.h"
 
 #include <Core/Settings.h>
 

@@ -6,8 +6,8 @@ namespace HostKit {
 
 /*
  * Each master holds master.lock as long as it lives. The lock is shared: there may be several
- * masters, although only one can be reached. Hold the launch lock during each of these functions.
- * The application's thread.
+ * masters, although only one can be reached. Hold the launch lock during these functions, except
+ * the last one. The application's thread.
  */
 
 /*!

@@ -58,8 +58,9 @@ enum class Listener { Unknown, Full, Ready, Stranger };
 
 /*
  * Asks the kernel about the listener on \a port. The listener does not notice. A connection would
- * take as long as a hand-off, and a place in the listener's queue. Unknown means that there is no
- * listener, or that the kernel does not answer, as in some sandboxes. Both look the same.
+ * take as long as a hand-off, and it would need a place in the listener's queue. Unknown means that
+ * there is no listener, or that the kernel does not answer, as in some sandboxes. Both look the
+ * same.
  */
 Listener listenerOn(int family, quint16 port)
 {
@@ -78,7 +79,7 @@ Listener listenerOn(int family, quint16 port)
     return reply.found.idiag_rqueue > reply.found.idiag_wqueue ? Listener::Full : Listener::Ready;
 }
 
-/* Returns whether a process accepts a connection, or that is unknown. */
+/* Returns true if a process accepts a connection, or if that cannot be found out. */
 bool connects(int family, quint16 port, const QDeadlineTimer& deadline)
 {
     const sockaddr_in v4 = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};

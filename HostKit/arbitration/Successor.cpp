@@ -1,6 +1,6 @@
 #include "Successor.h"
 
-#include "ConfigDirectory.h"
+#include "Directories.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDateTime>
@@ -57,7 +57,7 @@ QStringList givenArguments()
     QFile file(QStringLiteral("/proc/self/cmdline"));
     if (!file.open(QIODevice::ReadOnly))
         return {};
-    QList<QByteArray> words = file.readAll().split('\0'); // a null behind each
+    QList<QByteArray> words = file.readAll().split('\0'); // a null after each
     words.removeLast();
     QStringList arguments;
     for (const QByteArray& word : words.mid(1))
@@ -88,7 +88,7 @@ bool startSuccessor(const QStringList& command)
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QString::fromLatin1(variable),
                        packed({configDirectory(), now(), number + 1, command.mid(1)}));
-    // No launcher waits for the successor, and the token of this process is used.
+    // No launcher waits for the successor, and the token of this process is used up.
     environment.remove(QStringLiteral("DESKTOP_STARTUP_ID"));
     environment.remove(QStringLiteral("XDG_ACTIVATION_TOKEN"));
     process.setProcessEnvironment(environment);

@@ -5,8 +5,8 @@
 namespace HostKit {
 
 /*
- * The process that a session starts at its end. It receives what the session could not deliver any
- * more. Its environment tells it that it is a successor. The application's thread.
+ * The process that a session starts at its end, or a launch without a session. It receives the
+ * launches in the spool. Its environment tells it that it is a successor. The application's thread.
  */
 
 /*!
@@ -19,18 +19,18 @@ QStringList defaultRestartCommand();
 bool startSuccessor(const QStringList& command);
 
 /*!
-    Returns whether a session of this application started this process less than a minute ago. If a
-    successor starts another process with other arguments, that is an ordinary launch.
+    Returns whether this process was started as a successor of this application, less than a minute
+    ago. If a successor starts another process with other arguments, that is an ordinary launch.
 */
 bool isSuccessor();
 
-/*! Removes the note from the environment: processes that this one starts are no successors. */
+/*! Removes the note from the environment: processes that this one starts are not successors. */
 void forgetSuccessor();
 
 /*!
     Returns whether this process is the tenth successor in a row, each started within a minute of
-    the one before. Otherwise a process that sends without a pause could keep an application alive
-    that its user quits.
+    the one before. It must start no other: a process that sends without a pause could keep an
+    application alive that its user quits.
 */
 bool isLastSuccessor();
 

@@ -1,6 +1,6 @@
 #include "FileLock.h"
 
-#include "ConfigDirectory.h"
+#include "Directories.h"
 
 #include <DetachedTask.h>
 
@@ -33,7 +33,7 @@ int openLockFile(const QString& path)
     const int reason = errno;
     if (file < 0) // in a read-only folder, a lock file that exists will do
         file = ::open(name.constData(), O_RDONLY | O_CLOEXEC);
-    // Root may have created the file, in a run by sudo. Then this user needs another one.
+    // Root may have created the file, under sudo. Then this user needs another one.
     if (file < 0 && reason == EACCES)
         file = openForWriting(name + '.' + QByteArray::number(::geteuid()));
     errno = reason;

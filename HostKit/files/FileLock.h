@@ -11,7 +11,7 @@ namespace HostKit {
     A lock between processes, on a file. The file is created if it is missing, and never removed.
 
     The kernel holds the lock for the open file and releases it when the holder dies. A program that
-    the holder starts does not inherit it; a child that is forked and runs no other program does.
+    the holder starts does not inherit it; a forked child that does not call exec() does.
     Shared locks exclude exclusive ones, but not each other. A destroyed object releases its lock.
     Move-only. Use an object from one thread at a time.
 */

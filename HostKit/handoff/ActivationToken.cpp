@@ -10,7 +10,7 @@ namespace HostKit {
 namespace {
 
 constexpr int maxSize =
-    1024; // in Qt 6.4 a longer one may end the process: it does not fit into a message
+    1024; // in Qt 6.4 a longer one may end the process: it does not fit into a Wayland message
 constexpr auto variable = "XDG_ACTIVATION_TOKEN";
 
 } // namespace

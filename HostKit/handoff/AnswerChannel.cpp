@@ -1,6 +1,6 @@
 #include "AnswerChannel.h"
 
-#include "ConfigDirectory.h"
+#include "Directories.h"
 #include "Envelope.h"
 
 #include <QtCore/QDataStream>
@@ -76,7 +76,7 @@ AnswerChannel::AnswerChannel(const QByteArray& id)
 
 bool AnswerChannel::isOpen() const
 {
-    char byte = 0; // the launch sends nothing: either there is no end, or no byte yet
+    char byte = 0; // the launch never sends one: recv() returns 0 only if it has closed
     return socket.isValid() && ::recv(socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) != 0;
 }
 

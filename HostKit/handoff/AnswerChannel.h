@@ -13,8 +13,9 @@ namespace HostKit {
 struct LaunchMessage;
 
 /*
- * The way back to a launch that waits for an answer: a local socket of that launch, which its user
- * alone may open. The id of the launch makes the name of the socket and can lead to no other file.
+ * The way back to a launch that waits for an answer: a local socket of that launch, which only its
+ * user may open. The id of the launch, which is checked, is a part of its name. So no launch can
+ * make a master open another file.
  */
 
 /*! Returns the paths at which the launch \a id may listen, in the order in which it tries them. */
@@ -36,9 +37,9 @@ QByteArray packed(const Answer& answer);
 std::optional<Answer> unpacked(const QByteArray& bytes);
 
 /*!
-    The end of the way back that the process with the launch holds. It is open from its construction
-    until something is sent, the launch ends, or it is destroyed. A launch takes a channel that
-    closes without a word for a process that died. One thread at a time.
+    The receiving process's end of the way back. It is open from its construction until an answer is
+    sent, the launch ends, or the object is destroyed. If it closes without an answer, the launch
+    concludes that the process died. One thread at a time.
 */
 class AnswerChannel {
 public:

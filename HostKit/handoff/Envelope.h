@@ -1,32 +1,18 @@
 #pragma once
 
-#include <QtCore/QByteArray>
+#include "LaunchMessage.h"
+
 #include <QtCore/QList>
 #include <QtCore/QMap>
-#include <QtCore/QStringList>
 
-#include <memory>
 #include <optional>
 
 namespace HostKit {
 
-class AnswerChannel;
-
 /*
- * What a launch hands over: a list whose first string is an envelope of HostKit's own, and whose
- * other strings are the arguments. docs/protocol.md describes the envelope. Some local process
- * wrote it: nothing in it can be trusted. Any thread.
+ * A launch hands over a list. Its first string is an envelope of HostKit's own, its other strings
+ * are the arguments. docs/protocol.md describes the envelope. Any thread.
  */
-
-/*! One launch, as the master receives it. */
-struct LaunchMessage {
-    QByteArray id; // 32 hexadecimal digits; empty for a list without an envelope
-    QString workingFolder; // absolute, or empty
-    QByteArray activationToken;
-    bool isWaiting = false; // for an answer
-    QStringList arguments;
-    std::shared_ptr<AnswerChannel> channel; // to the launch, in a process that received it
-};
 
 /*! A list that arrived. */
 struct Received {
@@ -45,15 +31,16 @@ QStringList enveloped(const LaunchMessage& message);
 /*! Returns the lists that carry \a message in order, each short enough for a hand-off. */
 QList<QStringList> chunksOf(const LaunchMessage& message);
 
-/*! Returns the launch that \a chunks carry, by their numbers, or nothing if they do not fit. */
+/*! Returns the launch that \a chunks carry, by their numbers, or nothing if they form no list. */
 std::optional<LaunchMessage> joined(const QMap<int, QString>& chunks);
 
-/*! Returns a list with which a process finds out that its inbox is complete up to here. */
+/*! Returns a list that a process sends to itself, to find out whether its inbox is complete. */
 QStringList markedList(const QString& mark);
 
 /*!
     Reads \a list. A list without an envelope has only arguments; a single blank means none. Fields
-    that are unknown or wrong are ignored. An envelope is never taken for an argument.
+    that are unknown or wrong are ignored. The first string is never an argument if it is an
+    envelope.
 */
 Received opened(const QStringList& list);
 

@@ -22,7 +22,7 @@ bool handOff(const LaunchMessage& message)
 
 bool sendList(const QStringList& list, quint16 port)
 {
-    // The library's sender alone would wait a minute for a master whose queue is full.
+    // The library's sender alone would wait 30 s for a master whose queue is full.
     return port != 0 && isReachable(port)
         && SingleInstance::sendTo(port, SingleInstance::packArguments(list));
 }

@@ -6,7 +6,7 @@ namespace HostKit {
 
 /*!
     Hands \a message over to the master that the settings name, in as many lists as necessary.
-    Returns whether the operating system has accepted all of them for that process.
+    Returns whether all connections were made. A write that fails is not noticed.
 
     The master joins the lists: it receives the whole launch or nothing. Blocks as long as the
     library's sender does, and for two seconds before each list if the master's queue is full. Needs
@@ -16,7 +16,7 @@ bool handOff(const LaunchMessage& message);
 
 /*!
     Hands the single \a list over to the process that listens on \a port. Returns whether the
-    operating system has accepted it for that process. Blocks as handOff() does. Any thread.
+    connection was made. Blocks as handOff() does. Any thread.
 */
 bool sendList(const QStringList& list, quint16 port);
 

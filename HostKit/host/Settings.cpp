@@ -1,7 +1,7 @@
 #include <Core/Settings.h>
 
-#include "ConfigDirectory.h"
-#include "PrivateFile.h"
+#include "AtomicFile.h"
+#include "Directories.h"
 
 #include <TrvUtilities/Logging.h>
 

@@ -1,9 +1,9 @@
 #include "AnswerWait.h"
 
 #include "AnswerChannel.h"
-#include "ConfigDirectory.h"
+#include "Directories.h"
 
-#include <HostKit/Signals.h>
+#include <HostKit/QuitOnSignals.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QSocketNotifier>
@@ -19,7 +19,7 @@ namespace HostKit {
 namespace {
 
 constexpr int maxAnswerSize = 1 << 20; // bytes
-constexpr int lastMoment = 1000; // ms, for a process that cannot be watched to connect
+constexpr int lastMoment = 1000; // ms, in which a process must connect if it cannot be watched
 
 } // namespace
 
@@ -53,7 +53,7 @@ int AnswerWait::run(quint32 firstHolder)
     return exitCode;
 }
 
-/* The last one counts: it may connect before the one that had the launch says that it moved. */
+/* The newest connection counts: it may come before the old process says that the launch moved. */
 void AnswerWait::accept()
 {
     while (QLocalSocket* const next = server.nextPendingConnection()) {
@@ -113,8 +113,8 @@ void AnswerWait::watch(quint32 process)
 }
 
 /*
- * Unless a connection waits that the event loop has not noticed yet. It must accept it itself: the
- * server would block on a connection that another call has accepted.
+ * Ends the wait, unless a connection waits that the event loop has not noticed yet. Only the event
+ * loop may accept it: the server would block if another call had accepted it before.
  */
 void AnswerWait::giveUp(int timeout)
 {

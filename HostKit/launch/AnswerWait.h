@@ -15,8 +15,8 @@ namespace HostKit {
 
     The process that has the launch connects and keeps the connection until it answers. If it hands
     the launch on, it says to whom. Until the next process connects, the launch watches that
-    process, since it may be killed. What is in the spool needs no watch: whatever happens, some
-    process takes it from there.
+    process, since it may be killed. The spool needs no watching: some process will take the launch
+    from there.
 
     Runs the event loop of an application object without windows, in that object's thread.
 */
@@ -32,8 +32,8 @@ public:
     /*!
         Waits for the answer, after the hand-over to the process \a holder, or to the spool if that
         is 0. Returns the exit code for this process: that of the answer, whose text goes to
-        standard error; 1 if the process that had the launch died, which it also says there; 130
-        after a signal.
+        standard error; 1 with a message if the process that had the launch died; 130 after a
+        signal.
     */
     int run(quint32 holder);
 

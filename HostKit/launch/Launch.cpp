@@ -1,11 +1,11 @@
 #include <HostKit/Launch.h>
 
+#include "AbsoluteFileName.h"
 #include "ActivationToken.h"
 #include "AnswerWait.h"
-#include "FileArguments.h"
-#include "FileName.h"
+#include "FileArgumentPositions.h"
 #include "LaunchPrivate.h"
-#include "MessageSpool.h"
+#include "LaunchSpool.h"
 #include "QtOptions.h"
 #include "StartupNotification.h"
 #include "Successor.h"
@@ -46,8 +46,7 @@ LaunchPrivate::~LaunchPrivate()
     decision.reset(); // and its lock
     if (current == this)
         current = nullptr;
-    // The application ended before its session. Another process must show what launches left for
-    // it.
+    // The application built no session. Another process must show what launches left for it.
     if (isUnused && hasSpooled())
         startSuccessor(defaultRestartCommand());
 }
@@ -76,7 +75,7 @@ struct Application {
 
 /* An application object for a while. It gets copies, since it removes some arguments. */
 struct TemporaryApplication {
-    explicit TemporaryApplication(const CommandLine& line)
+    explicit TemporaryApplication(const ArgumentVector& line)
         : pointers(line.pointers)
         , count(line.count)
         , application(count, pointers.data())
@@ -88,7 +87,8 @@ struct TemporaryApplication {
 };
 
 /* Ends the process if the user asks for help or the version, or made a mistake. */
-void answerUser(QCommandLineParser& parser, const QStringList& arguments, const CommandLine& line)
+void answerUser(QCommandLineParser& parser, const QStringList& arguments,
+                const ArgumentVector& line)
 {
     static constexpr std::array questions = {"h", "?", "help", "help-all", "v", "version"};
     const bool isMistake = !parser.parse(arguments);
@@ -102,7 +102,7 @@ void answerUser(QCommandLineParser& parser, const QStringList& arguments, const 
     parser.process(arguments);
 }
 
-/* Makes the file names in \a arguments absolute. Returns one that cannot be, or nothing. */
+/* Makes the file names in \a arguments absolute. Returns one that cannot be made so, or nothing. */
 QString completeFileNames(QStringList& arguments, const Application& application)
 {
     const auto files = application.parser

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Arbitration.h"
-#include "CommandLine.h"
+#include "ArgumentVector.h"
 
 #include <QtCore/QByteArray>
 
@@ -20,7 +20,7 @@ struct LaunchPrivate {
     ~LaunchPrivate();
     Q_DISABLE_COPY_MOVE(LaunchPrivate)
 
-    CommandLine line; // the application object refers to it
+    ArgumentVector line; // the application object refers to it
     LaunchMessage message; // what the launch hands over
     const QByteArray startupId; // of the launcher's busy cursor; Qt removes it from the environment
     std::optional<Decision> decision; // until the session takes it

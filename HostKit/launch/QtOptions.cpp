@@ -22,7 +22,7 @@ template <typename Names> bool contains(const Names& names, const QString& name)
                        [&name](const char* each) { return name == QLatin1String(each); });
 }
 
-/* Returns how many arguments, from one on, are an option of Qt's: 0, 1 or 2. */
+/* Returns how many arguments, from \a option on, are an option of Qt's: 0, 1 or 2. */
 int sizeOfQtOption(const QString& option, bool hasNext,
                    const std::function<bool(const QString&)>& isOwn)
 {

@@ -8,6 +8,8 @@
 #include <QtCore/QPointer>
 #include <QtCore/QScopeGuard>
 
+/* How a session delivers launches to the application. */
+
 namespace HostKit {
 
 namespace {

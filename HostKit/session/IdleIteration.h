@@ -13,12 +13,13 @@ namespace HostKit {
 /*!
     Runs a callback in an event-loop iteration in which nothing else happened.
 
-    A loop that was told to quit still finishes its iteration, and does not say that it was told.
-    But usually an event tells it. If no event was delivered between the beginnings of two
-    iterations, the loop goes on, and no request to quit was among its events.
+    A loop that was told to quit still finishes its iteration, and cannot be asked. Usually an event
+    tells it to quit. So if no event was delivered between the beginnings of two iterations, nothing
+    told it to quit.
 
-    An application with an animation may never be idle. After a tenth of a second, an iteration
-    without other posted events will do; after a second, any iteration that is not the last.
+    An application with an animation may never be idle. After a tenth of a second, an iteration will
+    do that has no posted events other than requests to paint. After a second, any iteration will do
+    that is not the last.
 
     Belongs to the application's thread. The callback may delete this object, or run an event loop.
 */

@@ -19,7 +19,7 @@
  * before them, since an event loop serves sockets that are ready in any order, and a long message
  * takes more than one iteration. So the flush sends one mark after another, until several in a row
  * arrived with nothing between them. Each mark takes at least two iterations, in which all other
- * sockets were served.
+ * sockets are served.
  */
 
 namespace HostKit {
@@ -61,7 +61,7 @@ void Inbox::fillFrom(SingleInstanceController& controller, const std::shared_ptr
 
 void Inbox::takeFrom(SingleInstanceController& controller)
 {
-    const std::lock_guard<std::mutex> lock(mutex); // two threads at the start, but one order
+    const std::lock_guard<std::mutex> lock(mutex); // at the start two threads call this
     for (const QStringList& list : controller.takeMessages()) {
         ++allArrived;
         add(opened(list));
@@ -72,7 +72,9 @@ void Inbox::takeFrom(SingleInstanceController& controller)
 void Inbox::add(const Received& received)
 {
     if (!received.mark.isEmpty())
-        marks += received.mark == mark ? 1 : 0; // another one is of a process that had our port
+        marks += received.mark == mark
+            ? 1
+            : 0; // another mark is from a process that had our port before
     else if (received.chunkCount > 1)
         join(received);
     else
@@ -103,7 +105,7 @@ void Inbox::join(const Received& received)
         incomplete[id].number = ++incompleteNumber;
     Incomplete& launch = incomplete[id];
     if (launch.chunks.contains(received.chunk))
-        return; // a launch that hands over once more begins anew
+        return; // a launch that tries again sends its first chunks again
     launch.chunks.insert(received.chunk, text);
     const qint64 added = packedSize(text) + qint64(sizeof launch);
     launch.size += added;

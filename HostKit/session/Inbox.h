@@ -22,14 +22,14 @@ namespace HostKit {
 /*!
     The launches that the application has not received yet, oldest first.
 
-    It empties the controller's inbox as that fills, in the master's server thread, joins the chunks
-    of a launch, and connects to launches that wait for an answer. So what arrives until that thread
-    has ended outlives the controller. It keeps 64 MiB and refuses what exceeds that, with a
+    In the master's server thread, it empties the controller's inbox as that fills, joins the chunks
+    of a launch, and connects to launches that wait for an answer. So everything that arrives before
+    that thread ends outlives the controller. It keeps 64 MiB and refuses what exceeds that, with a
     warning. Any thread.
 */
 class Inbox {
 public:
-    /*! Begins with the launches \a older, of a process before this one. */
+    /*! Begins with \a older launches, from an earlier process. */
     explicit Inbox(const QList<LaunchMessage>& older);
 
     /*!
@@ -45,8 +45,9 @@ public:
 
     /*!
         Waits until everything has arrived that was handed over to this process before this call.
-        This process listens on \a port. Blocks for a second at most, usually for a millisecond;
-        needs no event loop. Returns whether everything has arrived.
+        This process listens on \a port. Usually blocks for a millisecond; at most for a second, and
+        for two more if the port cannot be reached. Needs no event loop. Returns whether everything
+        has arrived.
     */
     bool flush(quint16 port);
 

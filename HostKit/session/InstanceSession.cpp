@@ -1,11 +1,11 @@
 #include "InstanceSessionPrivate.h"
 
 #include "Arbitration.h"
-#include "ConfigDirectory.h"
 #include "DesktopWindows.h"
+#include "Directories.h"
 #include "LaunchPrivate.h"
+#include "LaunchSpool.h"
 #include "MasterLock.h"
-#include "MessageSpool.h"
 #include "Registry.h"
 #include "SettingsSlot.h"
 #include "Successor.h"
@@ -31,7 +31,7 @@ constexpr auto openProperty = "HostKit session is open";
 
 /*
  * start() refuses arguments that take more than a message, although a master hands them to nobody.
- * So hide them, if there is a Launch that can.
+ * So hide them, if there is a Launch, which can.
  */
 SingleInstanceState startMaster()
 {
@@ -87,8 +87,8 @@ void InstanceSessionPrivate::open()
                          if (wasConnected)
                              close();
                      });
-    // exit() calls closeAtExit() before it destroys older static objects. So create now, in both
-    // threads, the static objects that it will use.
+    // exit() calls closeAtExit() before it destroys older static objects. This flush creates, in
+    // both threads, those that closeAtExit() will use.
     if (port != 0)
         inbox->flush(port);
     static const int registered = std::atexit(closeAtExit);
@@ -127,7 +127,7 @@ void InstanceSessionPrivate::start(Decision decision)
     if (SingleInstanceController* const controller = findController()) {
         becomeMaster(*controller);
     } else if (state == SingleInstanceStateSecondary) { // but start() had no arguments to hand over
-        qWarning("HostKit: a process without a session became the master in this moment");
+        qWarning("HostKit: a process without a session became the master at this moment");
         state = SingleInstanceStateFailed;
     }
 }

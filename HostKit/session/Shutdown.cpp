@@ -1,13 +1,15 @@
 #include "InstanceSessionPrivate.h"
 
 #include "Arbitration.h"
-#include "MessageSpool.h"
+#include "LaunchSpool.h"
 #include "Registry.h"
 #include "Successor.h"
 
 #include <QtCore/QThread>
 
 #include <unistd.h>
+
+/* The end of a session. */
 
 namespace HostKit {
 
@@ -26,7 +28,7 @@ void InstanceSessionPrivate::close()
         if (!left.isEmpty())
             spool(left);
     }
-    // Also for launches that gave up waiting for this end, and are in the spool.
+    // Also for launches that gave up waiting for this process to end, and are in the spool.
     if (hasSpooled())
         startAnother();
 }
@@ -44,16 +46,17 @@ QList<LaunchMessage> InstanceSessionPrivate::stopMaster()
 void InstanceSessionPrivate::startAnother() const
 {
     const char* reason = nullptr;
-    if (tookSpooled && !hasDelivered)
-        reason = "has received none itself"; // processes would start each other for ever
+    if (tookSpooled && !hasDelivered) // processes would start each other for ever
+        reason = "has delivered none of those before";
     else if (restartCommand.isEmpty())
         reason = "must not start another";
     else if (isLastSuccessor())
-        reason = "is the tenth in a row that was started for some";
+        reason = "is the tenth in a row that was started for launches";
     else if (!startSuccessor(restartCommand))
         reason = "cannot start another";
     if (reason)
-        qWarning("HostKit: launches wait for the next one: this process %s", reason);
+        qWarning("HostKit: launches wait until the application starts again: this process %s",
+                 reason);
 }
 
 void InstanceSessionPrivate::closeAtExit()

@@ -17,13 +17,14 @@
       master has another working folder;
     - hold a lock between processes during startSingleInstance(), if two first launches may overlap.
       The library locks nothing between processes. Without the lock, two processes that start at the
-      same moment can both become master, each on its own port. The InstanceSession of libHostKit
-      does all of this and more. For other hosts, LaunchLock is among the host functions.
+      same moment can both become master, each on its own port. In libHostKit, Launch makes paths
+      absolute, and Launch and InstanceSession take such a lock. For other hosts, HostKit's host
+      functions include LaunchLock.
 
     A master must call stopSingleInstance() before main() returns, unless the application object has
     emitted aboutToQuit(). Otherwise its port stays recorded, as after a crash.
 
-    Some local process wrote what arrives. Treat it as untrusted input.
+    What arrives comes from some local process. Treat it as untrusted input.
 
     The enumeration and the three functions are plain C. Only C++ has the class.
 */
@@ -62,15 +63,15 @@ extern "C" {
     - Thread: the host's main thread. Must not overlap with any other call of these three functions
       or of the static members of the class.
     - Blocks: for milliseconds if a master answers, or if there is none. At worst for two and a half
-      minutes: each of two attempts to hand over stops connecting after 30 s by IPv6 and 30 s by
-      IPv4; the one that connects takes 30 s at most to write; and the desktop gets 2 s. Runs no
+      minutes. There are two attempts: each tries to connect for 30 s by IPv6 and for 30 s by IPv4.
+      The one that connects writes for up to 30 s, and raising the window takes up to 2 s. Runs no
       event loop.
-    - Result: see #SingleInstanceState. Secondary means that the operating system accepted the
-      arguments for a process that accepted the connection. Nothing is acknowledged.
+    - Result: see #SingleInstanceState. Secondary means that a connection was made to a listening
+      process, and that the arguments were given to the operating system. Nothing is acknowledged.
     - Failures: returns Failed if the arguments take more than 65,535 bytes packed (4 bytes, and for
       each argument 4 bytes and 2 for each UTF-16 code unit). If there is no master, also returns
       Failed if the settings store cannot be written, if the machine has no loopback address to
-      listen on, or if another process becomes master twice at this very moment and cannot be
+      listen on, or if in both attempts another process becomes master first and then cannot be
       reached. Every outcome is also a line in the host's log.
     - Called again: in a master, returns Master (or Failed if its server ended) and does nothing
       else. In any other process, runs the whole arbitration again.
@@ -78,15 +79,15 @@ extern "C" {
 SINGLEINSTANCE_EXPORT SingleInstanceState startSingleInstance(void);
 
 /*!
-    Ends the part of this process. If it is the master, stops its server and destroys the
-    controller, with all argument lists that were not taken. May be called in any state, any number
-    of times, also after aboutToQuit().
+    Ends this process's role. If it is the master, stops its server and destroys the controller,
+    with all argument lists that were not taken. May be called in any state, any number of times,
+    also after aboutToQuit().
 
     - Thread: that of startSingleInstance().
     - Blocks: until the server thread has ended, usually for a millisecond. A slot that is connected
       directly to messageReceived(), the host's log, or its settings store may hang in that thread.
-      After 10 s the thread is terminated. That takes effect at their next system call that can be
-      cancelled. If they make none, this function waits for them.
+      After 10 s the thread is terminated. That takes effect at the next system call of the hanging
+      code that is a cancellation point. If it makes none, this function waits until it returns.
     - Result: always SingleInstanceStateInactive.
 */
 SINGLEINSTANCE_EXPORT SingleInstanceState stopSingleInstance(void);
@@ -177,11 +178,11 @@ public:
         A list holds the arguments of one launch, without the program path. A process without
         arguments sends one string of a single space. The inbox has no limit, and the end of the
         server does not clear it. Lists are in the order in which their connections were read. That
-        is the order of the launches, unless the server was held up meanwhile.
+        is the order of the launches, unless the server was held up while they arrived.
 
-        Call it from any thread. Takes constant time, under a lock that is held for one append, copy
-        or swap. While a copy is in use, the next append copies the list of lists. Throws
-        std::system_error if the lock cannot be taken.
+        Call it from any thread. Takes constant time. Nobody holds its lock for more than one
+        append, copy or swap. While a copy is in use, the next append copies the list of lists.
+        Throws std::system_error if the lock cannot be taken.
     */
     QList<QStringList> peekMessages();
 

@@ -1,8 +1,9 @@
 #pragma once
 
 /*
- * The desktop and process operations that the library calls. They have the names and types that
- * they have on Windows. There this is the system's own header. Elsewhere the functions are our own.
+ * The desktop and process operations that the library calls. They have the names and types of the
+ * Windows API. On Windows this header only includes the system's own. Elsewhere the functions are
+ * our own.
  */
 
 #ifdef _WIN32
@@ -42,20 +43,20 @@ HDESK GetThreadDesktop(DWORD threadId);
 /*!
     Calls \a callback in the calling thread with each top-level window and \a context, topmost
     first, until it returns FALSE. Returns whether it visited all windows of a desktop that
-    answered. Blocks for two seconds at most, including the two functions below.
+    answered. Blocks for two seconds at most, together with the two functions below.
 */
 BOOL EnumDesktopWindows(HDESK desktop, WNDENUMPROC callback, LPARAM context);
 
 /*!
     Stores the id of the process that owns \a window in \a processId, unless it is unknown. Returns
-    0: here processes own windows, not threads. Call it from the callback of a walk, with a window
-    of that walk.
+    0: here windows belong to processes, not to threads. Call it from the callback of
+    EnumDesktopWindows(), with a window that it passed.
 */
 DWORD GetWindowThreadProcessId(HWND window, DWORD* processId);
 
 /*!
     Asks the window manager to activate \a window and to put it on top. Returns whether the request
-    was sent. Call it from the callback of a walk, with a window of that walk.
+    was sent. Call it from the callback of EnumDesktopWindows(), with a window that it passed.
 */
 BOOL SetForegroundWindow(HWND window);
 

@@ -21,7 +21,7 @@ public:
 
 private:
     struct Progress;
-    std::shared_ptr<Progress> progress; // shared with the thread; none without one
+    std::shared_ptr<Progress> progress; // shared with the thread; null if no thread could start
 };
 
 } // namespace SingleInstance

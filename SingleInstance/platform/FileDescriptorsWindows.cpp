@@ -4,7 +4,7 @@
 
 namespace SingleInstance {
 
-/* Files and connections are handles, which run out with the memory of the system. */
+/* Files and connections are handles, which are limited only by memory. */
 int freeFileDescriptors()
 {
     return -1;

@@ -11,8 +11,8 @@
 
 /*
  * The functions of libxcb and libxcb-ewmh, which are loaded on first use. If the libraries were
- * linked, every launch would take half a millisecond more before it hands over; only later it
- * raises a window. Code in this namespace calls these functions instead of those of the libraries.
+ * linked, every launch would take half a millisecond more before it hands over. It raises a window
+ * only later. Code in this namespace calls these functions instead of those of the libraries.
  *
  * Any thread. Check first that the library is there.
  */

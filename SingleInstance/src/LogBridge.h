@@ -51,7 +51,7 @@ void writeLine(const LogSink& sink, torvane::LogLevel level, const Values&... va
     Writes one line of \a pieces at \a level to the host's sink.
 
     A piece is a literal, a QString, an int, a quint16, or a callable that returns one of these. A
-    callable is called only if the line is written: a filtered line costs one call of
+    callable is called only if the line is written: a filtered line costs one call to
     torvane::GetLoggerLevel(). Each line asks for the threshold and the sink, so that the host may
     change them at any time. Takes no lock; call it from any thread. An exception of the sink
     reaches the caller.

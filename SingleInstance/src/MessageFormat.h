@@ -27,7 +27,7 @@ qint64 packedSize(const QString& argument);
 /*! Returns the size of the body that carries \a arguments. */
 qint64 packedSize(const QStringList& arguments);
 
-/*! Returns \a body after its prefix, or nothing if the body is longer than maxBodySize. */
+/*! Returns the prefix followed by \a body, or nothing if \a body is longer than maxBodySize. */
 QByteArray prefixed(const QByteArray& body);
 
 /*! Returns the length that the first two bytes of \a data state. */
@@ -36,9 +36,9 @@ quint16 bodySize(const QByteArray& data);
 /*!
     Reads the list that \a body carries into \a arguments.
 
-    Every status is that of the stream's own operator, and with QDataStream::Ok so is every list.
-    But that operator reserves memory for any count that it reads: eight hostile bytes could claim
-    gigabytes. Bytes after the last string are ignored.
+    The status is that of QDataStream's own operator. So is the list, if the status is Ok. But that
+    operator reserves memory for any count that it reads: eight hostile bytes could claim gigabytes.
+    Bytes after the last string are ignored.
 */
 QDataStream::Status unpackArguments(const QByteArray& body, QStringList& arguments);
 

@@ -134,7 +134,7 @@ void Receiver::closeConnection()
 void receiveMessage(std::unique_ptr<QTcpSocket> socket,
                     std::shared_ptr<MessageCallback> messageCallback, QObject* parent)
 {
-    // It deletes itself when it is done, unless its parent does so before.
+    // It deletes itself when it is done, unless its parent deletes it first.
     new Receiver(std::move(socket), std::move(messageCallback), parent);
 }
 

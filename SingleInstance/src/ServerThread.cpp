@@ -43,8 +43,8 @@ bool slotHolds(quint16 expected)
 
 /*
  * Nobody locks the slot. If its value changed while the server opened, or did not stay after it was
- * written, another process becomes master at this moment. A value that did not change may be left
- * from a crash.
+ * written, another process is becoming master at this moment. A value that did not change may be
+ * left from a crash.
  */
 bool claimSlot(quint16 portBefore, quint16 port)
 {

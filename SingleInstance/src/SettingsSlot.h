@@ -6,7 +6,7 @@ namespace SingleInstance {
 
 /*
  * Two values in the host's settings, by which the processes of one application find their master.
- * Nothing is locked or cached: each call is one call of the host's store. Any thread.
+ * Nothing is locked or cached: each call is one call to the host's store. Any thread.
  */
 
 /*! Returns the port of the master that claimed the slot last, or 0 if none holds it. */

@@ -41,7 +41,7 @@ void finishAsSecondary(const QStringList& arguments)
     bringMasterToForeground();
 }
 
-/* From here on, the registry and the end of the application hold the controller. */
+/* From here on, the registry knows the controller, and aboutToQuit() deletes it. */
 void finishAsMaster(std::unique_ptr<SingleInstanceController> owner)
 {
     SingleInstanceController* const controller = owner.release();

@@ -8,10 +8,10 @@ namespace SingleInstance {
  * No other code in it may hang.
  */
 
-/*! Forbids to terminate the calling thread, except during its calls of the host. */
+/*! Forbids termination of the calling thread, except while it calls the host. */
 void forbidTermination();
 
-/*! A call of the host: the thread may be terminated during it. No effect in other threads. */
+/*! A call to the host: the thread may be terminated during it. No effect in other threads. */
 class HostCall {
 public:
     HostCall();

@@ -28,7 +28,7 @@
 #include <HostKit/InstanceSession.h>
 #include <HostKit/Launch.h>
 #include <HostKit/Log.h>
-#include <HostKit/Signals.h>
+#include <HostKit/QuitOnSignals.h>
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QEventLoop>

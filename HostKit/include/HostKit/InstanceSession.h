@@ -37,17 +37,17 @@ class InstanceSessionPrivate;
       hand their arguments to another process that listens on the recorded port.
     - Launches do not wait longer than two seconds for a master that cannot be reached. The first of
       them takes its place.
-    - No list is lost on its way to the application: neither before the application connects to the
-      signal, nor while it quits. What it has not received goes to the next process.
+    - No launch is lost on its way to the application: neither before the application connects to
+      the signal, nor while it quits. What it has not received goes to the next process.
 
     Build the session after the application object, with organisation and application name set. Use
     it only in that object's thread. It may be a child of a window, and a slot may delete it. All
-    versions of an application that may run side by side must have a session: a session considers a
-    master without one crashed.
+    versions of an application that may run side by side must have a session. If a master has none,
+    sessions treat it as crashed.
 
-    A child process that is forked and runs no other program keeps the port and the locks as long as
-    it lives. If the application crashes meanwhile, launches hand over to nobody. Processes that
-    QProcess starts keep nothing.
+    A forked child that does not call exec() keeps the port and the locks as long as it lives. If
+    the application crashes meanwhile, launches hand over to nobody. Processes that QProcess starts
+    keep nothing.
 */
 class HOSTKIT_EXPORT InstanceSession : public QObject {
     Q_OBJECT
@@ -56,11 +56,11 @@ class HOSTKIT_EXPORT InstanceSession : public QObject {
 
 public:
     /*!
-        Starts the session. If the Launch found no master, this process becomes the master. That
-        takes a millisecond.
+        Starts the session. If the Launch found no master that can be reached, this process becomes
+        the master. That takes a millisecond.
 
-        Without a Launch, the session decides itself, and blocks as a Launch does: it hands over and
-        raises the master's window, or becomes the master.
+        Without a Launch, the session decides by itself, and blocks as a Launch does: it hands over
+        and raises the master's window, or becomes the master.
 
         The state is Failed, with a warning, if there is no application object, if this is not its
         thread, or if this process has a session already, even by another copy of this library.
@@ -74,11 +74,11 @@ public:
         Returns what this process is. It stays the same when the session ends.
 
         - Master: it receives what other launches hand over.
-        - Secondary: a master has the arguments, or will get them. Return from main(). This happens
-          only without a Launch.
-        - Failed: it receives nothing, and a warning said why: the settings cannot be written, or
-          the master lives in another network namespace. The application decides what to do. Usually
-          it opens a window of its own.
+        - Secondary: a master has the arguments, or will get them. Return from main(). With a Launch
+          this happens only if main() ignores Launch::isDone().
+        - Failed: it receives nothing. A warning said why: for example, the settings cannot be
+          written, or the master lives in another network namespace. The application decides what to
+          do. Usually it opens a window of its own.
         - Inactive: the user asked for a process that takes no part (OptionRole::NewInstance).
     */
     SingleInstanceState state() const;
@@ -99,9 +99,9 @@ Q_SIGNALS:
         Emitted once for each launch that another process handed over, usually in the order of the
         launches. \a arguments are those of that launch, without the program path.
 
-        It is emitted in the application's thread by the event loop: one launch an iteration, and
-        never after the loop was told to quit. Launches wait while nobody is connected, and while
-        the session's signals are blocked. What nobody has received when the application quits goes
+        The event loop of the application's thread emits it, for one launch per iteration, and not
+        after it was told to quit. Launches wait while nobody is connected, and while the session's
+        signals are blocked. What nobody has received when the application quits goes
         to another process, which the session starts. What a process has not received when it is
         killed is lost.
 
@@ -110,8 +110,8 @@ Q_SIGNALS:
     void argumentsReceived(const QStringList& arguments);
 
     /*!
-        The same with everything that is known of the launch. If both signals are connected, each
-        emits each launch once; this one comes first.
+        The same with everything that is known about the launch. If both signals are connected, each
+        is emitted once per launch, this one first.
     */
     void launchReceived(const HostKit::ReceivedLaunch& launch);
 

@@ -35,8 +35,8 @@ enum class Positionals {
 };
 
 /*!
-    The start of an application. If a master runs, the launch hands its arguments over before
-    anything of the window system is loaded.
+    The start of an application. If a master can be reached, the launch hands its arguments over,
+    before anything of the window system is loaded.
 
     \code
     QCommandLineParser parser;
@@ -50,7 +50,7 @@ enum class Positionals {
     HostKit::InstanceSession session;
     \endcode
 
-    The master runs in another folder. Therefore the launch makes file names absolute, for the
+    The master may run in another folder. Therefore the launch makes file names absolute, for the
     master and for the application object of this process:
     - A relative name is completed with the working folder.
     - A file URL becomes a path.
@@ -70,15 +70,15 @@ enum class Positionals {
 class HOSTKIT_EXPORT Launch {
 public:
     /*!
-        Sets \a organisation and \a application as names of the application, and hands the arguments
-        over if a master of these names answers.
+        Sets \a organisation and \a application as names of the application. If a master of these
+        names can be reached, hands the arguments over.
 
         Without a parser, an argument that begins with "-" is an option without a value. All other
         arguments are file names. So is everything after "--".
 
         Blocks for some milliseconds. At worst it waits 10 s for earlier launches, 2 s for a master
-        that does not answer, 30 s for one that stops while it accepts, and 4 s for the desktop.
-        With OptionRole::Wait it blocks until the answer comes.
+        that cannot be reached, 90 s for one that is suspended during the hand-off, and 4 s for the
+        desktop. With OptionRole::Wait it blocks until the answer comes.
 
         Hands nothing over if \a application is empty, or if an application object exists already.
     */
@@ -89,8 +89,8 @@ public:
         application.
 
         If the user asks for help or the version, or makes a mistake, this constructor prints the
-        text and ends the process, exactly as QCommandLineParser::process() does. It does not look
-        for a master before. Set the application's version first.
+        text and ends the process, exactly as QCommandLineParser::process() does. It does so before
+        it looks for a master. Set the application's version first.
 
         \a roles says what options mean to the launch. \a positionals says whether positional
         arguments are file names. Afterwards the parser holds this launch's own arguments.
@@ -103,21 +103,24 @@ public:
     Q_DISABLE_COPY_MOVE(Launch)
 
     /*!
-        Returns whether main() must return exitCode(): a master has the arguments or will get them,
-        or a file name is relative although the working folder was removed, which standard error
-        says.
+        Returns whether main() must return exitCode(). That is so
+        - if a master has the arguments or will get them;
+        - if a file name is relative and the working folder was removed, as a message on standard
+          error says;
+        - if a session started this process for launches that another process has taken.
     */
     bool isDone() const;
 
     /*!
-        Returns what main() must return if isDone(): 0; 1 if the arguments are wrong; after a wait
-        the exit code of the answer, 1 if the master died without one, or 130 after a signal.
+        Returns what main() must return if isDone(): 0; 1 if a file name cannot be made absolute;
+        after a wait the exit code of the answer, 1 if the master died without one, or 130 after a
+        signal.
     */
     int exitCode() const;
 
     /*!
-        Returns whether a master has the arguments. By then the launch has asked for the master's
-        window and ended the busy cursor.
+        Returns whether a master has the arguments. By then the launch has asked the desktop to
+        activate the master's window, and has ended the busy cursor.
     */
     bool isHandedOver() const;
 

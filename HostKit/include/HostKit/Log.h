@@ -31,7 +31,7 @@ HOSTKIT_EXPORT void setLogLevel(LogLevel level);
     Sets the sink. An empty one, which is the default, discards all lines.
 
     Call it while there is no session: the master's server thread may be calling the old sink. The
-    sink is called in any thread.
+    sink may be called in any thread.
 */
 HOSTKIT_EXPORT void setLogSink(const LogSink& sink);
 
@@ -43,14 +43,14 @@ HOSTKIT_EXPORT void setLogSink(const LogSink& sink);
     Any thread. It never waits: it drops a line that standard error does not take at once, and the
     next line that gets through says how many were dropped.
 
-    Standard error must be open. If the application was started with it closed, open /dev/null
-    first: otherwise its number will belong to a file or a connection.
+    Standard error must be open. If the application may be started with it closed, first open
+    /dev/null as descriptor 2. Otherwise a file or a connection gets that number, and the log.
 */
 HOSTKIT_EXPORT void writeToStandardError(LogLevel level, const QString& text);
 
 /*!
-    If \a on, Qt's own messages, such as those of qWarning(), go to the log. Otherwise they go where
-    they went before. HostKit's warnings are such messages. The application's thread.
+    If \a on is true, Qt's own messages, such as those of qWarning(), go to the log. Otherwise they
+    go where they went before. HostKit's warnings are such messages. The application's thread.
 */
 HOSTKIT_EXPORT void catchQtMessages(bool on);
 

@@ -15,8 +15,8 @@ struct ReceivedLaunchPrivate;
 /*!
     A launch that another process handed over: see InstanceSession::launchReceived().
 
-    Copies are the same launch. Use them in the application's thread. Some local process wrote
-    everything in a launch: do not trust it.
+    Copies are the same launch. Use them in the application's thread. Everything in it comes from
+    some local process: do not trust it.
 */
 class HOSTKIT_EXPORT ReceivedLaunch {
 public:
@@ -30,19 +30,20 @@ public:
     /*! The last copy ends the wait with the exit code 0, if the launch still waits. */
     ~ReceivedLaunch();
 
-    /*! Returns the arguments without the program path, as InstanceSession::argumentsReceived(). */
+    /*! Returns the arguments, as InstanceSession::argumentsReceived() passes them. */
     QStringList arguments() const;
 
     /*! Returns the folder in which the launch was started: an absolute path, or nothing. */
     QString workingFolder() const;
 
-    /*! Returns whether the launch waits for an answer. Its user may have ended it. */
+    /*! Returns whether the launch waits for an answer. Its user may end it at any time. */
     bool isWaiting() const;
 
     /*!
         Ends the wait: the launch prints \a text on its standard error and exits with \a exitCode.
-        Only the first answer counts. Does nothing if the launch does not wait. Blocks for
-        microseconds; for a second at most, if the launch is stopped and the text is long.
+        Only the first answer counts. Does nothing if the launch does not wait. The text may have up
+        to 500,000 letters. Blocks for microseconds; for a second at most, if the launch is
+        suspended and the text is long.
     */
     void answer(int exitCode, const QString& text = {}) const;
 

@@ -7,7 +7,7 @@
 class QObject;
 
 #ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
-#pragma GCC visibility push(default) // the library finds no hidden definition
+#pragma GCC visibility push(default) // the library could not find a hidden one
 #endif
 
 namespace Core {
@@ -26,18 +26,18 @@ public:
     /*! Returns the process-wide registry, which lives as long as the process. */
     static ObjectsPool& getInstance();
 
-    /*! Returns the entry called \a name, or two null pointers. The library passes false. */
+    /*! Returns the entry \a name, or two null pointers. The library passes false as \a flag. */
     Entry find(const QString& name, bool flag) const;
 
     /*!
         Stores \a entry as \a name, without owning it. Returns whether it did. The library passes
-        true.
+        true as \a flag.
     */
     bool add(const Entry& entry, const QString& name, bool flag);
 
     /*!
         Removes the entry called \a name and returns it, or two null pointers. The library passes
-        false.
+        false as \a flag.
     */
     Entry take(const QString& name, bool flag);
 };

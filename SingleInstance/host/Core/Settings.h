@@ -4,7 +4,7 @@
 #include <QtCore/QVariant>
 
 #ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
-#pragma GCC visibility push(default) // the library finds no hidden definition
+#pragma GCC visibility push(default) // the library could not find a hidden one
 #endif
 
 /*! The host's core library: registry, settings, invoker. */
@@ -13,8 +13,8 @@ namespace Core {
 /*!
     The host's persistent settings, shared by all its processes.
 
-    The library keeps the master's port and process id here. Other processes must read at once what
-    one process has written. The library calls both functions from more than one thread.
+    The library keeps the master's port and process id here. Other processes must see immediately
+    what one process has written. The library calls both functions from more than one thread.
 */
 class Settings {
 public:
@@ -24,7 +24,7 @@ public:
     /*! Returns the value of \a key in \a group, or \a defaultValue if there is none. */
     QVariant getValue(const QString& group, const QString& key, const QVariant& defaultValue) const;
 
-    /*! Sets \a key in \a group to \a value. The library passes true as the last argument. */
+    /*! Sets \a key in \a group to \a value. The library passes true as \a flag. */
     void setValue(const QString& group, const QString& key, const QVariant& value, bool flag);
 };
 

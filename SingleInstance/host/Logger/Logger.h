@@ -1,14 +1,14 @@
 #pragma once
 
 #ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
-#pragma GCC visibility push(default) // the library finds no hidden definition
+#pragma GCC visibility push(default) // the library could not find a hidden one
 #endif
 
 /*! The host's logger. */
 namespace Logger {
 
 /*!
-    Says whether the host's logger catches Qt's own messages. The library calls it with false before
+    Sets whether the host's logger catches Qt's own messages. The library calls it with false before
     it ends the process because of a broken precondition.
 */
 void setQtDebugCatchingOn(bool on);

@@ -4,7 +4,7 @@
 #include <string>
 
 #ifndef SINGLEINSTANCE_HOST_IS_HIDDEN
-#pragma GCC visibility push(default) // the library finds no hidden definition
+#pragma GCC visibility push(default) // the library could not find a hidden one
 #endif
 
 /*! The host's log: its threshold and its sink. */

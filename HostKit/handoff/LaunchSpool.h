@@ -17,7 +17,7 @@ namespace HostKit {
 bool hasSpooled();
 
 /*!
-    Adds \a launches to those that wait, and tells those that wait for an answer. Returns a name for
+    Adds \a launches to the spool, and tells those that wait for an answer. Returns a name for
     unspool(), or nothing if none could be written. A warning says how many are lost, and why: the
     disk is full, or 64 MiB wait already.
 */

@@ -1,8 +1,8 @@
-#include "CommandLine.h"
+#include "ArgumentVector.h"
 
 namespace HostKit {
 
-CommandLine::CommandLine(int argc, char** argv)
+ArgumentVector::ArgumentVector(int argc, char** argv)
     : count(argc)
     , arguments(argv, argv + argc)
 {
@@ -11,7 +11,7 @@ CommandLine::CommandLine(int argc, char** argv)
     pointers.push_back(nullptr);
 }
 
-QStringList CommandLine::decoded() const
+QStringList ArgumentVector::decoded() const
 {
     QStringList texts;
     for (const QByteArray& argument : arguments)
@@ -19,7 +19,7 @@ QStringList CommandLine::decoded() const
     return texts;
 }
 
-void CommandLine::replace(int position, const QString& text)
+void ArgumentVector::replace(int position, const QString& text)
 {
     QByteArray& argument = arguments[static_cast<size_t>(position)];
     argument = text.toLocal8Bit();

@@ -1,6 +1,6 @@
 #include <HostKit/LaunchLock.h>
 
-#include "ConfigDirectory.h"
+#include "Directories.h"
 #include "FileLock.h"
 
 namespace HostKit {

@@ -1,6 +1,6 @@
-#include "PrivateFile.h"
+#include "AtomicFile.h"
 
-#include "ConfigDirectory.h"
+#include "Directories.h"
 
 #include <QtCore/QFile>
 

@@ -1,4 +1,4 @@
-#include "ConfigDirectory.h"
+#include "Directories.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QCryptographicHash>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr int maxNameSize = 240; // bytes; a file system allows 255, and temporary files add some
 
-/* Returns the directory that \a variable names. A relative one would be another for each launch. */
+/* Returns the directory that \a variable names. A relative one would differ from launch to launch. */
 QString directoryNamedBy(const char* variable)
 {
     const QString named = QFile::decodeName(qgetenv(variable));
@@ -83,7 +83,8 @@ void warnIfWritableByOthers()
 {
     const QString own = configDirectory();
     struct stat status = {};
-    // A sticky bit protects directories of this user from others, but not the files in this one.
+    // In a parent, the sticky bit keeps others from replacing our directory. In our directory it
+    // does not keep them from creating files.
     bool isOpen = ::stat(QFile::encodeName(own).constData(), &status) == 0
         && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     for (QString each = own; !isOpen && each != QLatin1String("/"); each = QFileInfo(each).path())

@@ -10,7 +10,7 @@
 namespace HostKit {
 
 /*
- * Small files in folders that only this user may read. Any thread.
+ * Files that only this user may read. Any thread.
  *
  * A write goes to a temporary file that then replaces the old one. A reader gets the old content or
  * the new content, never a part, and a crash leaves one of them. Nothing is synced to the disk:

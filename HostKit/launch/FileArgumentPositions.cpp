@@ -1,4 +1,4 @@
-#include "FileArguments.h"
+#include "FileArgumentPositions.h"
 
 #include <QtCore/QCommandLineParser>
 

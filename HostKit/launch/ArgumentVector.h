@@ -13,10 +13,10 @@ namespace HostKit {
     The application object keeps references to the count and to the pointers, so this object must
     outlive it. The application's thread.
 */
-class CommandLine {
+class ArgumentVector {
 public:
-    CommandLine(int argc, char** argv);
-    Q_DISABLE_COPY_MOVE(CommandLine)
+    ArgumentVector(int argc, char** argv);
+    Q_DISABLE_COPY_MOVE(ArgumentVector)
 
     /*! Returns the arguments as an application object decodes them. */
     QStringList decoded() const;

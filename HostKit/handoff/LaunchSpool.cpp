@@ -1,9 +1,9 @@
-#include "MessageSpool.h"
+#include "LaunchSpool.h"
 
 #include "AnswerChannel.h"
-#include "ConfigDirectory.h"
+#include "AtomicFile.h"
+#include "Directories.h"
 #include "MessageFormat.h"
-#include "PrivateFile.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QDataStream>

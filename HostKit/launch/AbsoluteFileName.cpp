@@ -1,4 +1,4 @@
-#include "FileName.h"
+#include "AbsoluteFileName.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QUrl>

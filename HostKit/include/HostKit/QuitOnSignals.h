@@ -13,8 +13,8 @@ namespace HostKit {
     HostKit::quitOnSignals();
     \endcode
 
-    Call it once, after the application object is built, in that object's thread. A signal that
-    comes before the event loop runs quits the loop as soon as it runs. The second signal of a kind
+    Call it once, after the application object is built, in that object's thread. If a signal comes
+    before the event loop runs, the loop quits as soon as it starts. The second signal of a kind
     ends the process as if this function had not been called. A signal that the process ignores
     stays ignored: nohup, for example, ignores SIGHUP.
 

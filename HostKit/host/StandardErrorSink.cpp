@@ -45,7 +45,7 @@ QString withoutControls(const QString& text)
  */
 int writeAtOnce(const QByteArray& text)
 {
-    // A terminal may have less room, and then waits. An open file of our own does not.
+    // A write to a terminal may block, but not by a non-blocking descriptor of our own.
     constexpr int flags = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     const UniqueFd terminal(::isatty(STDERR_FILENO) != 0 ? ::open("/proc/self/fd/2", flags) : -1);
     const int standardError = terminal.isValid() ? terminal.get() : STDERR_FILENO;

@@ -1,4 +1,4 @@
-#include <HostKit/Signals.h>
+#include <HostKit/QuitOnSignals.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QSocketNotifier>
@@ -10,7 +10,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-/* A signal handler may call few functions. So it writes to a pipe that the event loop reads. */
+/* A signal handler may call only a few functions. So it writes to a pipe for the event loop. */
 
 namespace HostKit {
 
