@@ -273,18 +273,40 @@ private Q_SLOTS:
     }
 
 #ifndef TESTS_SANITIZED // which reports what a cancelled thread leaves on its stack
-    void stopsInSpiteOfASlotThatHangs()
+    void stopsInSpiteOfAHostThatHangs_data()
     {
+        QTest::addColumn<bool>("inTheLog");
+        QTest::newRow("in a slot that has run an event loop of its own") << false;
+        QTest::newRow("in its log") << true;
+    }
+
+    void stopsInSpiteOfAHostThatHangs()
+    {
+        QFETCH(bool, inTheLog);
         const Master master;
         QSemaphore entered;
-        connect(master.controller, &SingleInstanceController::messageReceived, [&entered] {
+        const auto hang = [&entered] {
             entered.release();
             QThread::sleep(600);
+        };
+        std::atomic<int> received = 0;
+        connect(master.controller, &SingleInstanceController::messageReceived, [&] {
+            if (++received > 1)
+                return;
+            while (received < 2)
+                QEventLoop().processEvents(QEventLoop::WaitForMoreEvents);
+            hang();
         });
-        QVERIFY(handOver({"x"}));
+        if (inTheLog)
+            HostKit::setLogSink([&hang](HostKit::LogLevel, const QString& text) {
+                if (text.endsWith("message received: y"))
+                    hang();
+            });
+        QVERIFY(handOver({"x"}) && handOver({"y"}));
         QVERIFY(entered.tryAcquire(1, 5000));
         const QVariant port = ScriptedHost::state()->settings["MasterPort"];
-        ScriptedHost::takeLog();
+        ScriptedHost::reset();
+        ScriptedHost::state()->settings["MasterPort"] = port;
         stopSingleInstance();
         QCOMPARE(ScriptedHost::takeLog()[2], "3 master thread closing too long so terminate it...");
         QCOMPARE(ScriptedHost::state()->settings["MasterPort"], port);

@@ -64,15 +64,15 @@ extern "C" {
       or of the static members of the class.
     - Blocks: for milliseconds if a master answers, or if there is none. At worst for two and a half
       minutes. There are two attempts: each tries to connect for 30 s by IPv6 and for 30 s by IPv4.
-      The one that connects writes for up to 30 s, and raising the window takes up to 2 s. Runs no
-      event loop.
+      The one that connects writes for up to 30 s, and raising the window takes up to 2 s. If the
+      host's settings or log hang, waits for them. Runs no event loop.
     - Result: see #SingleInstanceState. Secondary means that a connection was made to a listening
-      process, and that the arguments were given to the operating system. Nothing is acknowledged.
+      process. Nothing is acknowledged, and a write that failed is only logged.
     - Failures: returns Failed if the arguments take more than 65,535 bytes packed (4 bytes, and for
       each argument 4 bytes and 2 for each UTF-16 code unit). If there is no master, also returns
       Failed if the settings store cannot be written, if the machine has no loopback address to
-      listen on, or if in both attempts another process becomes master first and then cannot be
-      reached. Every outcome is also a line in the host's log.
+      listen on, if the system cannot start a thread, or if in both attempts another process becomes
+      master first and then cannot be reached. Every outcome is also a line in the host's log.
     - Called again: in a master, returns Master (or Failed if its server ended) and does nothing
       else. In any other process, runs the whole arbitration again.
 */
@@ -204,7 +204,7 @@ Q_SIGNALS:
         - A direct connection runs the slot in the server thread. There it holds up all further
           lists, and stop(). A connection to a functor without a receiver object is always direct.
         - With a blocking queued connection to the thread that calls stop(), the two threads wait
-          for each other until stop() gives up.
+          for each other for ever.
     */
     void messageReceived();
 

@@ -41,7 +41,6 @@ void writeLine(const LogSink& sink, torvane::LogLevel level, const Values&... va
     std::wostringstream line;
     append(line, "SingleInstanceController: ");
     (append(line, values), ...);
-    const HostCall call;
     sink(level, line.str());
 }
 
@@ -58,6 +57,7 @@ void writeLine(const LogSink& sink, torvane::LogLevel level, const Values&... va
 */
 template <typename... Pieces> void logLine(torvane::LogLevel level, const Pieces&... pieces)
 {
+    const HostCall call;
     if (torvane::GetLoggerLevel() > level)
         return;
     if (const LogSink& sink = torvane::GetLoggerDelegate())

@@ -17,6 +17,14 @@ namespace {
 constexpr int connectTimeout = 30000; // ms
 constexpr int writeTimeout = 30000; // ms
 
+void requireValid(const QByteArray& body)
+{
+    if (body.isEmpty())
+        fatalError("sending empty message not supported!");
+    if (body.size() > maxBodySize)
+        fatalError("sending message is too long!");
+}
+
 bool connectTo(QTcpSocket& socket, QHostAddress::SpecialAddress address, quint16 port)
 {
     socket.connectToHost(QHostAddress(address), port, QIODevice::WriteOnly);
@@ -56,10 +64,7 @@ void writeMessage(QTcpSocket& socket, const QByteArray& message)
 bool sendToMaster(const QByteArray& body)
 {
     logLine(LogLevel::Info, "sending message to the master.");
-    if (body.isEmpty())
-        fatalError("sending empty message not supported!");
-    if (body.size() > maxBodySize)
-        fatalError("sending message is too long!");
+    requireValid(body);
     const quint16 port = readMasterPort();
     if (port == 0) {
         logLine(LogLevel::Info, "sending message impossible, target port was not defined.");
@@ -70,8 +75,9 @@ bool sendToMaster(const QByteArray& body)
 
 bool sendTo(quint16 port, const QByteArray& body)
 {
+    requireValid(body);
     QTcpSocket socket;
-    socket.setProxy(QNetworkProxy::NoProxy); // Qt would look for a proxy first, which takes a while
+    socket.setProxy(QNetworkProxy::NoProxy); // Qt takes a while to find that loopback needs none
     if (!connectByAnyProtocol(socket, port))
         return false;
     writeMessage(socket, prefixed(body));

@@ -2,6 +2,7 @@
 
 #include "LogBridge.h"
 #include "MessageFormat.h"
+#include "Termination.h"
 
 #include <Core/Invokator.h>
 
@@ -49,6 +50,7 @@ Receiver::Receiver(std::unique_ptr<QTcpSocket> acceptedSocket,
     socket->setParent(nullptr); // the server owned it
     connect(socket.get(), &QAbstractSocket::disconnected, this, &Receiver::closeConnection);
     connect(socket.get(), &QIODevice::readyRead, this, &Receiver::readMessage);
+    const HostCall call;
     if (socket->bytesAvailable() >= prefixSize)
         Core::Invokator::invokeInCurrentThread([this] { readMessage(); }, this);
 }

@@ -7,6 +7,7 @@ namespace SingleInstance {
 namespace {
 
 thread_local bool isForbidden = false;
+thread_local int calls = 0; // one within the other: a slot may run an event loop
 
 struct Thread : QThread {
     using QThread::setTerminationEnabled; // a protected static function
@@ -22,13 +23,13 @@ void forbidTermination()
 
 HostCall::HostCall()
 {
-    if (isForbidden)
+    if (isForbidden && calls++ == 0)
         Thread::setTerminationEnabled(true);
 }
 
 HostCall::~HostCall()
 {
-    if (isForbidden)
+    if (isForbidden && --calls == 0)
         Thread::setTerminationEnabled(false);
 }
 

@@ -49,6 +49,9 @@ QVariant Settings::getValue(const QString& group, const QString& key,
 {
     if (group != QLatin1String("SingleInstance"))
         qFatal("read of another group");
+    const auto type = key == QLatin1String("MasterPort") ? QMetaType::Int : QMetaType::UnknownType;
+    if (defaultValue.userType() != type)
+        qFatal("read with another default");
     const auto host = state();
     if (key == QLatin1String("MasterPort") && !host->portReads.isEmpty())
         return host->portReads.takeFirst();
