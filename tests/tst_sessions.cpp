@@ -42,6 +42,44 @@ Launch stoppedMaster(const QString& name, const QStringList& lists)
     return master;
 }
 
+/* Returns a number of milliseconds, to vary which process is first. */
+int random(int maximum)
+{
+    return QRandomGenerator::global()->bounded(maximum);
+}
+
+/* Ends \a master as \a command says, and waits for its end; if \a isStopped, it is suspended then. */
+void end(Process& master, const QString& command, bool isStopped)
+{
+    const bool byKeys = command == "close" && qEnvironmentVariableIsSet("DISPLAY");
+    const QStringList close = {"key", "alt+F4"}; // by the window manager
+    QVERIFY(!isStopped || master.stop());
+    if (byKeys)
+        output("xdotool", close);
+    else if (command == "TERM")
+        master.signal(SIGTERM);
+    else
+        master.command(command.toUtf8());
+    QTest::qWait(random(isStopped ? 60 : 1));
+    master.signal(SIGCONT);
+    if (byKeys && master.waitForLine("ends").isEmpty()) // the key is lost while the focus moves
+        output("xdotool", close);
+    master.waitForEnd();
+    QCOMPARE(master.exitCode(), command == "exit" ? 3 : 0);
+}
+
+/* Connects to \a port and stays connected. */
+std::vector<QTcpSocket> idleConnections(size_t count, quint16 port)
+{
+    std::vector<QTcpSocket> connections(count);
+    for (QTcpSocket& each : connections) {
+        each.connectToHost(QHostAddress::LocalHostIPv6, port);
+        if (!each.waitForConnected())
+            QTest::qFail("no connection", __FILE__, __LINE__);
+    }
+    return connections;
+}
+
 } // namespace
 
 /*
@@ -73,32 +111,17 @@ private Q_SLOTS:
         QFETCH(QString, command); // to the master; without one there is no master yet
         QFETCH(QString, when);
         qputenv("SHAPE", shape.toUtf8());
-        const bool isStopped = when == "stopped"; // when it gets the command; it continues later
-        const bool byKeys = command == "close" && qEnvironmentVariableIsSet("DISPLAY");
+        const bool hasWindow = command == "close" && qEnvironmentVariableIsSet("DISPLAY");
         const int count = std::max(1, qEnvironmentVariableIntValue("STORM_ROUNDS"));
         int handedOver = 0;
         for (int round = 0; round < count; ++round) {
             family.emplace();
             const auto master = command.isEmpty() ? nullptr : launchMaster();
-            QVERIFY(!byKeys || !windowOf(*master).isEmpty());
+            QVERIFY(!hasWindow || !windowOf(*master).isEmpty());
             const auto all = launchMany(launches.toInt());
             if (master) {
-                QTest::qWait(
-                    QRandomGenerator::global()->bounded(60)); // so that the first one varies
-                QVERIFY(!isStopped || master->stop());
-                const QStringList close = {"key", "alt+F4"}; // by the window manager
-                if (byKeys)
-                    output("xdotool", close);
-                else if (command == "TERM")
-                    master->signal(SIGTERM);
-                else
-                    master->command(command.toUtf8());
-                QTest::qWait(QRandomGenerator::global()->bounded(isStopped ? 60 : 1));
-                master->signal(SIGCONT);
-                if (byKeys && !family->said("ends")) // the key is lost while the focus moves
-                    output("xdotool", close);
-                master->waitForEnd();
-                QCOMPARE(master->exitCode(), command == "exit" ? 3 : 0);
+                QTest::qWait(random(60));
+                end(*master, command, when == "stopped");
             }
             for (const Launch& each : all)
                 QVERIFY(family->isServed(*each));
@@ -107,8 +130,8 @@ private Q_SLOTS:
             QVERIFY(family->isInOrder());
             // No launch that hands over has built an application object before.
             QVERIFY(family->lines("arguments .*").size() <= family->lines("state 1").size());
-            QVERIFY(command == "restart"
-                    || family->lines("list ").isEmpty()); // no launch sent an empty list
+            // No launch has sent an empty list.
+            QVERIFY(command == "restart" || family->lines("list ").isEmpty());
             handedOver += family->handedOver;
         }
         qInfo("%s: %d rounds, %d lists handed over, each shown once", QTest::currentDataTag(),
@@ -126,7 +149,7 @@ private Q_SLOTS:
                 killed[0]->waitForLine("state .*");
                 killed[0]->command("quit");
             }
-            QTest::qWait(QRandomGenerator::global()->bounded(atItsEnd ? 4 : 40));
+            QTest::qWait(random(atItsEnd ? 4 : 40));
             for (const Launch& each : killed)
                 each->signal(SIGKILL);
             for (const Launch& each : killed)
@@ -158,11 +181,7 @@ private Q_SLOTS:
             family.emplace();
             const auto old = stoppedMaster("/own", {"/before"});
             const QString oldPort = contentOf(portFile());
-            std::vector<QTcpSocket> idle(connections.toUInt());
-            for (QTcpSocket& each : idle) {
-                each.connectToHost(QHostAddress::LocalHostIPv6, oldPort.toUShort());
-                QVERIFY(each.waitForConnected());
-            }
+            const auto idle = idleConnections(connections.toUInt(), oldPort.toUShort());
             change(before);
 
             qputenv("SHAPE", shape.toUtf8());
@@ -419,7 +438,7 @@ private Q_SLOTS:
             std::vector<Launch> waiting;
             for (int code = 10; code < (round == 0 ? 60 : 20); ++code)
                 waiting.push_back(launch({"--wait", QString("/code%1").arg(code)}));
-            QTest::qWait(QRandomGenerator::global()->bounded(60));
+            QTest::qWait(random(60));
             qunsetenv("SHAPE"); // of a process that the master starts
             const int event = round % 5;
             if (event == 1)
@@ -435,17 +454,14 @@ private Q_SLOTS:
                 const auto isMaster = [&] { // by now, and waits for nobody
                     return family->lines("state 1").contains(process + " state 1");
                 };
-                const auto ends = [&] {
-                    return isMaster() || waiting[i]->state() == QProcess::NotRunning;
-                };
-                QVERIFY(QTest::qWaitFor(ends, 20000));
+                QVERIFY(
+                    QTest::qWaitFor([&] { return isMaster() || waiting[i]->hasEnded(); }, 20000));
                 if (isMaster() || (event == 4 && i == 0))
                     continue;
-                const int code = waiting[i]->exitCode();
+                const bool isAnswered = waiting[i]->exitCode() == 10 + int(i);
                 const bool mayFail = event == 1 || event == 2;
-                QVERIFY2(code == 10 + int(i) || (mayFail && code <= 1),
-                         qPrintable(QString::number(code)));
-                answered += int(code == 10 + int(i));
+                QVERIFY(isAnswered || (mayFail && waiting[i]->exitCode() <= 1));
+                answered += int(isAnswered);
             }
         }
         qInfo("10 or 50 launches that wait, the master answers, dies, quits or stops: %d rounds, "

@@ -60,6 +60,8 @@ public:
         return QString::fromUtf8(said).split('\n', Qt::SkipEmptyParts);
     }
 
+    bool hasEnded() const { return state() == NotRunning; }
+
     void command(const QByteArray& line)
     {
         write(line + '\n');
