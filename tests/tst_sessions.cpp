@@ -42,6 +42,19 @@ Launch stoppedMaster(const QString& name, const QStringList& lists)
     return master;
 }
 
+/* Returns a launch that waits, after it has handed over. */
+Launch waitingLaunch()
+{
+    qputenv("SHAPE", "closing");
+    qputenv("LOUD", "1");
+    Launch waiting = launch({"--wait", "/a"});
+    if (waiting->waitForLine(".*sending message completed\\.").isEmpty())
+        QTest::qFail("this launch hands nothing over", __FILE__, __LINE__);
+    qunsetenv("LOUD");
+    qunsetenv("SHAPE");
+    return waiting;
+}
+
 /* Returns a number of milliseconds, to vary which process is first. */
 int random(int maximum)
 {
@@ -404,17 +417,17 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(family->path("runtime")));
         const auto master = launchMaster();
         QVERIFY(received == "yes" || master->stop());
-        qputenv("SHAPE", "closing");
-        const auto waiting = launch({"--wait", "/a"});
+        const auto waiting = waitingLaunch();
         QVERIFY(received != "yes" || family->said("list --wait\\|/a"));
-        QVERIFY(!waiting->waitForFinished(200));
+        QVERIFY(!waiting->waitForFinished(100));
         if (event == "KILL")
             master->kill();
         else if (event == "INT")
             waiting->signal(SIGINT);
         else
             master->command(event.toUtf8());
-        QCOMPARE(waiting->waitForEnd().filter(QRegularExpression("^(?!state)")).join('\n'), error);
+        const QRegularExpression ofItsOwn("^(?!state|\\d)"); // not of the log
+        QCOMPARE(waiting->waitForEnd().filter(ofItsOwn).join('\n'), error);
         QCOMPARE(waiting->exitCode(), code.toInt());
         if (event == "INT") {
             master->command("ask");
@@ -477,9 +490,7 @@ private Q_SLOTS:
         qputenv("SHAPE", "closing");
         const auto first = launch({"/first"}); // at which the master quits
         QVERIFY(!first->waitForLine("state 2").isEmpty());
-        const auto waiting = launch({"--wait", "/a"});
-        QVERIFY(!waiting->waitForFinished(200));
-        qunsetenv("SHAPE");
+        const auto waiting = waitingLaunch();
         master->signal(SIGCONT);
         QVERIFY(family->said("list --wait\\|/a"));
         QVERIFY(!family->lines("list --wait.*")

@@ -19,7 +19,7 @@
  * object has them; "state N"; "ends" when its end begins; and for each list "list A|B", or "hidden
  * A|B" if its window is hidden, or "late A|B" if it was told to quit before. It obeys lines of its
  * input: see obey(). With the argument "once" it quits when it has received a list. RESTART in the
- * environment is its restart command.
+ * environment is its restart command. LOUD makes it write the log.
  *
  * It ends with its input, with the pipe LAUNCH_LIFE, or after a minute. It also writes what it says
  * to the file LAUNCH_LOG, after its process id: the test may not have started it.
@@ -237,6 +237,8 @@ int main(int argc, char* argv[])
     ::alarm(60);
     HostKit::setLogSink(HostKit::writeToStandardError);
     HostKit::catchQtMessages(true);
+    if (qEnvironmentVariableIsSet("LOUD"))
+        HostKit::setLogLevel(HostKit::LogLevel::Info);
     QCoreApplication::setApplicationVersion("7");
     std::unique_ptr<HostKit::Launch> launch;
     std::unique_ptr<QCoreApplication> application;
