@@ -2,7 +2,6 @@
 
 #include "Directories.h"
 
-#include <QtCore/QCoreApplication>
 #include <QtCore/QDateTime>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -76,7 +75,8 @@ QStringList defaultRestartCommand()
 {
     const QString image = QFile::decodeName(qgetenv("APPIMAGE"));
     const bool isImage = !image.isEmpty() && QFileInfo(image).isFile();
-    return {isImage ? image : QCoreApplication::applicationFilePath()};
+    // As QCoreApplication::applicationFilePath(), but without an application object.
+    return {isImage ? image : QFile::symLinkTarget(QStringLiteral("/proc/self/exe"))};
 }
 
 bool startSuccessor(const QStringList& command)
@@ -112,6 +112,11 @@ void forgetSuccessor()
     if (qEnvironmentVariableIsSet(variable))
         ownNote() = unpacked(qgetenv(variable));
     qunsetenv(variable);
+}
+
+bool wasSuccessor()
+{
+    return ownNote().number > 0;
 }
 
 bool isLastSuccessor()

@@ -27,6 +27,9 @@ bool isSuccessor();
 /*! Removes the note from the environment: processes that this one starts are not successors. */
 void forgetSuccessor();
 
+/*! Returns whether this process was started as a successor, after forgetSuccessor(). */
+bool wasSuccessor();
+
 /*!
     Returns whether this process is the tenth successor in a row, each started within a minute of
     the one before. It must start no other: a process that sends without a pause could keep an

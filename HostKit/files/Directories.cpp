@@ -18,7 +18,7 @@ namespace {
 
 constexpr int maxNameSize = 240; // bytes; a file system allows 255, and temporary files add some
 
-/* Returns the directory that \a variable names. A relative one would differ from launch to launch. */
+/* Returns the directory in \a variable. A relative one would differ from launch to launch. */
 QString directoryNamedBy(const char* variable)
 {
     const QString named = QFile::decodeName(qgetenv(variable));

@@ -3,7 +3,6 @@
 #include "ActivationToken.h"
 #include "MessageFormat.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
@@ -47,7 +46,7 @@ void readFields(const QJsonObject& fields, Received& received)
     if (isId(id))
         message.id = id;
     const QString folder = fields.value(folderKey).toString();
-    if (QDir::isAbsolutePath(folder))
+    if (folder.startsWith(QLatin1Char('/')))
         message.workingFolder = folder;
     const QByteArray token = fields.value(tokenKey).toString().toUtf8();
     if (isValidToken(token))
@@ -96,21 +95,21 @@ QList<QStringList> chunksOf(const LaunchMessage& message)
     QList<QStringList> chunks;
     for (int number = 1; number <= count; ++number) {
         const QJsonObject fields = {{idKey, QString::fromLatin1(message.id)},
+                                    {waitKey, message.isWaiting},
                                     {chunkKey, QJsonArray{number, count}}};
         chunks.append({envelopeWith(fields), text.mid((number - 1) * maxChunkSize, maxChunkSize)});
     }
     return chunks;
 }
 
-std::optional<LaunchMessage> joined(const QMap<int, QString>& chunks)
+Received joined(const QMap<int, QString>& chunks)
 {
     QByteArray bytes;
     for (const QString& text : chunks)
         bytes.append(reinterpret_cast<const char*>(text.utf16()), 2 * text.size());
     QStringList list;
-    if (SingleInstance::unpackArguments(bytes, list) != QDataStream::Ok)
-        return std::nullopt;
-    return opened(list).message;
+    SingleInstance::unpackArguments(bytes, list);
+    return opened(list);
 }
 
 QStringList markedList(const QString& mark)

@@ -5,8 +5,6 @@
 #include <QtCore/QList>
 #include <QtCore/QMap>
 
-#include <optional>
-
 namespace HostKit {
 
 /*
@@ -31,8 +29,8 @@ QStringList enveloped(const LaunchMessage& message);
 /*! Returns the lists that carry \a message in order, each short enough for a hand-off. */
 QList<QStringList> chunksOf(const LaunchMessage& message);
 
-/*! Returns the launch that \a chunks carry, by their numbers, or nothing if they form no list. */
-std::optional<LaunchMessage> joined(const QMap<int, QString>& chunks);
+/*! Returns what \a chunks carry, by their numbers. */
+Received joined(const QMap<int, QString>& chunks);
 
 /*! Returns a list that a process sends to itself, to find out whether its inbox is complete. */
 QStringList markedList(const QString& mark);

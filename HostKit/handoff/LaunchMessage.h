@@ -10,8 +10,8 @@ namespace HostKit {
 class AnswerChannel;
 
 /*!
-    One launch, as it travels from process to process. Some local process wrote it: nothing in it can
-    be trusted.
+    One launch, as it travels from process to process. Some local process wrote it: nothing in it
+    can be trusted.
 */
 struct LaunchMessage {
     QByteArray id; // 32 hexadecimal digits; empty for a list without an envelope

@@ -1,6 +1,5 @@
 #include "AnswerWait.h"
 
-#include "AnswerChannel.h"
 #include "Directories.h"
 
 #include <HostKit/QuitOnSignals.h>
@@ -26,9 +25,11 @@ constexpr int lastMoment = 1000; // ms, in which a process must connect if it ca
 AnswerWait::AnswerWait(const QByteArray& id)
 {
     server.setSocketOptions(QLocalServer::UserAccessOption);
-    for (const QString& path : answerSockets(id)) {
-        if (createParentOf(path) && server.listen(path))
-            break;
+    for (const QString& path : answerDirectories()) {
+        if (server.isListening() || !createParentOf(path + QLatin1String("/socket")))
+            continue;
+        directory = std::make_unique<AnswerDirectory>(path);
+        server.listen(directory->socketPath(id));
     }
     connect(&server, &QLocalServer::newConnection, this, &AnswerWait::accept);
 }

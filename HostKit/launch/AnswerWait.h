@@ -1,5 +1,7 @@
 #pragma once
 
+#include "AnswerChannel.h"
+
 #include <QtCore/QByteArray>
 #include <QtNetwork/QLocalServer>
 #include <QtNetwork/QLocalSocket>
@@ -46,6 +48,7 @@ private:
     void stopWatching();
     void end(int exitCode, const QString& text);
 
+    std::unique_ptr<AnswerDirectory> directory; // the server removes its socket by its path
     QLocalServer server;
     std::unique_ptr<QLocalSocket> holder; // the process that has the launch, once it has connected
     std::unique_ptr<QSocketNotifier> holderEnd; // until then

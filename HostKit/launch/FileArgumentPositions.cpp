@@ -39,44 +39,54 @@ QStringList fileOptions(const OptionRoles& roles)
     return names;
 }
 
-/* Returns whether the option of one \a letter is among \a options, perhaps by another name. */
-bool isAmong(const QStringList& options, QChar letter, QCommandLineParser& parser)
+enum class Kind { Positional, Option, OptionBeforeItsValue };
+
+/* \a parser must accept the whole command line. Then an error means that a value is missing. */
+Kind kindOf(const QString& text, bool isAfterPositional, QCommandLineParser& parser)
 {
-    parser.parse({QString(), QLatin1Char('-') + QString(letter), markSign});
-    return std::any_of(options.begin(), options.end(), [&parser](const QString& name) {
-        return parser.values(name).contains(markSign);
-    });
+    if (!text.startsWith(QLatin1Char('-')) || text.size() == 1)
+        return Kind::Positional;
+    const QString program;
+    if (isAfterPositional && parser.parse({program, QStringLiteral("x"), text})
+        && parser.positionalArguments().size() == 2)
+        return Kind::Positional; // in this mode, options come before positional arguments
+    return parser.parse({program, text}) ? Kind::Option : Kind::OptionBeforeItsValue;
 }
 
-/* Returns where the value in an option such as --file=name or -fname begins, or 0. */
-int valueIn(const QString& option, QCommandLineParser& parser, const QStringList& options)
+/* Returns where the value of a file option in \a text begins, which \a parser has parsed, or -1. */
+int valueIn(const QString& text, const QCommandLineParser& parser, const QStringList& fileOptions)
 {
-    const bool isShort = !option.startsWith(QLatin1String("--")) && option.size() > 2;
-    if (isShort && isAmong(options, option.at(1), parser))
-        return option.at(2) == QLatin1Char('=') ? 3 : 2;
-    return static_cast<int>(option.indexOf(QLatin1Char('='))) + 1;
-}
-
-/* Returns the position of the "--" that ends the options, and that is not the value of one. */
-int endOfOptions(const QStringList& arguments, QCommandLineParser& parser)
-{
-    auto end = arguments.indexOf(QLatin1String("--"));
-    while (end > 0 && !parser.parse(arguments.mid(0, end))) // a value is missing there
-        end = arguments.indexOf(QLatin1String("--"), end + 1);
-    return static_cast<int>(end < 0 ? arguments.size() : end);
+    for (const QString& option : fileOptions) {
+        const QString value = parser.isSet(option) ? parser.value(option) : QString();
+        if (!value.isEmpty() && text.endsWith(value))
+            return static_cast<int>(text.size() - value.size());
+    }
+    return -1;
 }
 
 QStringList marked(const QStringList& arguments, QCommandLineParser& parser,
-                   const QStringList& options)
+                   const QStringList& fileOptions)
 {
-    const int end = endOfOptions(arguments, parser);
     QStringList texts = arguments;
+    bool hasPositional = false;
+    bool endsOptions = false;
+    bool isValue = false; // of the option before
     for (int i = 1; i < texts.size(); ++i) {
         const QString& text = arguments.at(i);
-        const bool isOption = i <= end && text.startsWith(QLatin1Char('-')) && text.size() > 1;
-        const int begin = isOption ? valueIn(text, parser, options) : 0;
-        if (!isOption || begin > 0)
+        if (!isValue && !endsOptions && text == QLatin1String("--")) {
+            endsOptions = true;
+            continue;
+        }
+        const Kind kind =
+            isValue || endsOptions ? Kind::Positional : kindOf(text, hasPositional, parser);
+        const int begin = kind == Kind::Positional ? 0
+            : kind == Kind::Option                 ? valueIn(text, parser, fileOptions)
+                                                   : -1;
+        if (begin >= 0 && text != QLatin1String("-"))
             texts[i] = text.left(begin) + mark(i, begin);
+        hasPositional =
+            hasPositional || (kind == Kind::Positional && !isValue && text != QLatin1String("-"));
+        isValue = kind == Kind::OptionBeforeItsValue;
     }
     return texts;
 }

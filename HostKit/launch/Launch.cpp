@@ -46,8 +46,9 @@ LaunchPrivate::~LaunchPrivate()
     decision.reset(); // and its lock
     if (current == this)
         current = nullptr;
-    // The application built no session. Another process must show what launches left for it.
-    if (isUnused && hasSpooled())
+    // The application built no session. Another process must show what launches left for it. But a
+    // successor starts no other, or they would start each other for ever.
+    if (isUnused && hasSpooled() && !wasSuccessor())
         startSuccessor(defaultRestartCommand());
 }
 
@@ -175,10 +176,11 @@ void handOverAndWait(LaunchPrivate& launch)
     const TemporaryApplication application(launch.line);
     AnswerWait answer(launch.message.id);
     launch.message.isWaiting = answer.isListening();
+    if (!handOver(launch))
+        return;
     if (!launch.message.isWaiting)
-        qWarning("HostKit: this launch cannot wait for an answer");
-    if (handOver(launch) && launch.message.isWaiting)
-        launch.exitCode = answer.run(launch.decision->master);
+        qWarning("HostKit: this launch cannot wait for an answer: it finds no place for a socket");
+    launch.exitCode = launch.message.isWaiting ? answer.run(launch.decision->master) : 1;
 }
 
 void start(LaunchPrivate& launch, const QString& organisation, const QString& name,

@@ -32,12 +32,15 @@ namespace {
 constexpr int quietMarks = 3;
 constexpr int flushTimeout = 1000; // ms
 constexpr qint64 maxSize = 64 << 20; // bytes: any local user may send
-constexpr qint64 maxIncompleteSize = 32 << 20;
+constexpr int maxIncomplete = 16; // launches: they hand over one after another
 
+/* About as many bytes as it takes. */
 qint64 sizeOf(const LaunchMessage& message)
 {
-    return packedSize(message.arguments) + packedSize(message.workingFolder)
-        + qint64(sizeof message);
+    constexpr qint64 perString = 64;
+    constexpr qint64 perLaunch = 2048; // with its token
+    return packedSize(message.arguments) + perString * message.arguments.size()
+        + packedSize(message.workingFolder) + perLaunch;
 }
 
 } // namespace
@@ -72,9 +75,7 @@ void Inbox::takeFrom(SingleInstanceController& controller)
 void Inbox::add(const Received& received)
 {
     if (!received.mark.isEmpty())
-        marks += received.mark == mark
-            ? 1
-            : 0; // another mark is from a process that had our port before
+        marks += received.mark == mark ? 1 : 0; // another mark is from an earlier owner of our port
     else if (received.chunkCount > 1)
         join(received);
     else
@@ -83,51 +84,56 @@ void Inbox::add(const Received& received)
 
 void Inbox::append(const LaunchMessage& message)
 {
-    LaunchMessage added = message;
-    if (!added.channel)
-        connectBack(added);
-    if (size + sizeOf(added) <= maxSize) {
-        messages.append(added);
-        size += sizeOf(added);
-        return;
-    }
-    if (!std::exchange(isRefusing, true))
-        qWarning("HostKit: launches are refused, since 64 MiB of arguments wait already");
-    if (added.channel)
-        added.channel->send({false, 1, QStringLiteral("too many launches wait already\n")});
+    const qint64 added = sizeOf(message);
+    if (size + added > maxSize)
+        return refuse(message);
+    messages.append(message);
+    size += added;
+    connectBack(messages.last());
 }
 
 void Inbox::join(const Received& received)
 {
-    const QByteArray id = received.message.id;
-    const QString text = received.message.arguments.value(0);
-    if (!incomplete.contains(id))
-        incomplete[id].number = ++incompleteNumber;
-    Incomplete& launch = incomplete[id];
-    if (launch.chunks.contains(received.chunk))
-        return; // a launch that tries again sends its first chunks again
-    launch.chunks.insert(received.chunk, text);
-    const qint64 added = packedSize(text) + qint64(sizeof launch);
-    launch.size += added;
-    incompleteSize += added;
-    if (launch.chunks.size() == received.chunkCount) {
-        const Incomplete whole = incomplete.take(id);
-        incompleteSize -= whole.size;
-        if (const auto message = joined(whole.chunks))
-            append(*message);
+    const auto isSame = [&received](const Incomplete& each) {
+        return each.message.id == received.message.id;
+    };
+    if (std::none_of(incomplete.begin(), incomplete.end(), isSame)) {
+        incomplete.append({received.message, {}, 0});
+        incomplete.last().message.arguments.clear();
     }
-    while (incompleteSize > maxIncompleteSize)
-        dropOldestIncomplete();
+    const auto launch = std::find_if(incomplete.begin(), incomplete.end(), isSame);
+    if (launch->chunks.contains(received.chunk))
+        return; // a launch that tries again sends its first chunks again
+    const QString text = received.message.arguments.value(0);
+    launch->chunks.insert(received.chunk, text);
+    launch->size += packedSize(text);
+    incompleteSize += packedSize(text);
+    if (launch->chunks.size() == received.chunkCount) {
+        const Incomplete whole = *launch;
+        incomplete.erase(launch);
+        incompleteSize -= whole.size;
+        add(joined(whole.chunks));
+    }
+    while (incompleteSize > maxSize || incomplete.size() > maxIncomplete)
+        refuseOldestIncomplete();
 }
 
-/* Its launch was killed, or is hostile: launches hand over one after the other. */
-void Inbox::dropOldestIncomplete()
+void Inbox::refuse(const LaunchMessage& message)
 {
-    const auto oldest = std::min_element(
-        incomplete.begin(), incomplete.end(),
-        [](const Incomplete& a, const Incomplete& b) { return a.number < b.number; });
-    incompleteSize -= oldest->size;
-    incomplete.erase(oldest);
+    if (!std::exchange(isRefusing, true))
+        qWarning("HostKit: launches are refused, since 64 MiB of arguments wait already");
+    LaunchMessage refused = message;
+    connectBack(refused);
+    if (refused.channel)
+        refused.channel->send({false, 1, QStringLiteral("too many launches wait already\n")});
+}
+
+/* It was killed half-way, or is hostile. */
+void Inbox::refuseOldestIncomplete()
+{
+    const Incomplete oldest = incomplete.takeFirst();
+    incompleteSize -= oldest.size;
+    refuse(oldest.message);
 }
 
 bool Inbox::isEmpty()

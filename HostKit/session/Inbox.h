@@ -2,7 +2,7 @@
 
 #include "Envelope.h"
 
-#include <QtCore/QHash>
+#include <QtCore/QList>
 #include <QtCore/QMap>
 #include <QtCore/QUuid>
 
@@ -54,16 +54,17 @@ public:
 private:
     /* A launch of which some chunks are missing. */
     struct Incomplete {
+        LaunchMessage message; // without arguments
         QMap<int, QString> chunks;
         qint64 size = 0;
-        qint64 number = 0; // the lower, the older
     };
 
     void takeFrom(SingleInstance::SingleInstanceController& controller);
     void add(const Received& received);
     void join(const Received& received);
     void append(const LaunchMessage& message);
-    void dropOldestIncomplete();
+    void refuse(const LaunchMessage& message);
+    void refuseOldestIncomplete();
     bool sendMark(quint16 port, const QDeadlineTimer& deadline);
     int countArrived();
 
@@ -72,10 +73,9 @@ private:
     std::mutex mutex;
     std::condition_variable changed;
     QList<LaunchMessage> messages;
-    QHash<QByteArray, Incomplete> incomplete; // by the id of the launch
+    QList<Incomplete> incomplete; // oldest first
     qint64 size = 0; // of the messages, in bytes
     qint64 incompleteSize = 0;
-    qint64 incompleteNumber = 0;
     bool isRefusing = false;
     int allArrived = 0; // lists and marks, since the beginning
     int marks = 0; // of our own

@@ -45,9 +45,9 @@ class InstanceSessionPrivate;
     versions of an application that may run side by side must have a session. If a master has none,
     sessions treat it as crashed.
 
-    A forked child that does not call exec() keeps the port and the locks as long as it lives. If
-    the application crashes meanwhile, launches hand over to nobody. Processes that QProcess starts
-    keep nothing.
+    A forked child that does not call exec() keeps the port, the locks and launches that wait, as
+    long as it lives. If the application crashes meanwhile, launches hand over to nobody. Processes
+    that QProcess starts keep nothing.
 */
 class HOSTKIT_EXPORT InstanceSession : public QObject {
     Q_OBJECT

@@ -41,9 +41,8 @@ public:
 
     /*!
         Ends the wait: the launch prints \a text on its standard error and exits with \a exitCode.
-        Only the first answer counts. Does nothing if the launch does not wait. The text may have up
-        to 500,000 letters. Blocks for microseconds; for a second at most, if the launch is
-        suspended and the text is long.
+        Only the first answer counts. Does nothing if the launch does not wait. \a text is cut after
+        32,000 UTF-16 units. Never blocks.
     */
     void answer(int exitCode, const QString& text = {}) const;
 
