@@ -23,19 +23,25 @@
 #endif
 
 /* How many files are open, and how many bytes are allocated. On Windows both return 0. */
-inline auto openFiles()
+#ifdef Q_OS_LINUX
+inline int openFiles()
 {
     return int(QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size());
 }
-
 inline size_t usedMemory()
 {
-#ifdef Q_OS_LINUX
     return ::mallinfo2().uordblks;
-#else
-    return 0;
-#endif
 }
+#else
+inline int openFiles()
+{
+    return 0;
+}
+inline size_t usedMemory()
+{
+    return 0;
+}
+#endif
 
 /* Sets the soft limit of open files. Windows has none. */
 inline void limitFiles(int count)
