@@ -36,7 +36,7 @@ Received joined(const QMap<int, QString>& chunks);
 QStringList markedList(const QString& mark);
 
 /*!
-    Reads \a list. A list without an envelope has only arguments; a single blank means none. Fields
+    Reads \a list. A list without an envelope has only arguments; a single space means none. Fields
     that are unknown or wrong are ignored. The first string is never an argument if it is an
     envelope.
 */

@@ -15,7 +15,7 @@ namespace SingleInstance {
 constexpr int prefixSize = 2;
 constexpr int maxBodySize = 0xFFFF; // the largest number in the prefix
 
-/*! Returns the list that stands for no arguments: a single blank. */
+/*! Returns the list that stands for no arguments: a single space. */
 QStringList noArguments();
 
 /*! Returns the body that carries \a arguments, of any length. */
