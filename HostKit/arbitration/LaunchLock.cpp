@@ -3,6 +3,8 @@
 #include "Directories.h"
 #include "FileLock.h"
 
+/* The launch lock, for hosts of the bare library. */
+
 namespace HostKit {
 
 LaunchLock::LaunchLock(int timeout)

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+/* Runs functions in the event loop of an object's thread. */
+
 namespace Core {
 
 void Invokator::invokeInCurrentThread(std::function<void()> function, QObject* context)

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <memory>
 
+/* The threshold and the sink of HostKit's log. */
+
 namespace HostKit {
 
 namespace {

@@ -6,6 +6,8 @@
 #include <memory>
 #include <mutex>
 
+/* HostKit's registry of objects. */
+
 namespace {
 
 struct Registry {

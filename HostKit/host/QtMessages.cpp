@@ -8,6 +8,8 @@
 
 #include <utility>
 
+/* Sends Qt's own messages to the log. */
+
 namespace {
 
 using torvane::LogLevel;

@@ -14,6 +14,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+/* A sink that never waits. */
+
 namespace HostKit {
 
 namespace {

@@ -126,6 +126,8 @@ void InstanceSessionPrivate::start(Decision decision)
     state = startMaster();
     if (SingleInstanceController* const controller = findController()) {
         becomeMaster(*controller);
+    } else if (state == SingleInstanceStateFailed) {
+        qWarning("HostKit: this process cannot become master: the log says why");
     } else if (state == SingleInstanceStateSecondary) { // but start() had no arguments to hand over
         qWarning("HostKit: a process without a session became the master at this moment");
         state = SingleInstanceStateFailed;

@@ -18,8 +18,8 @@
     - hold a lock between processes during startSingleInstance(), if two first launches may overlap.
       The library locks nothing between processes. Without the lock, two processes that start at the
       same moment can both become master, each on its own port. In libHostKit, Launch makes paths
-      absolute, and Launch and InstanceSession take such a lock. For other hosts, HostKit's host
-      functions include LaunchLock.
+      absolute, and Launch and InstanceSession take such a lock. Other hosts can use
+      HostKit::LaunchLock, from SingleInstance::HostFunctions.
 
     A master must call stopSingleInstance() before main() returns, unless the application object has
     emitted aboutToQuit(). Otherwise its port stays recorded, as after a crash.
@@ -46,7 +46,7 @@ typedef enum SingleInstanceState {
     /*! This process became the master. SingleInstanceController::isMasterProcess() returns whether
         its server still runs. */
     SingleInstanceStateMaster = 1,
-    /*! The arguments were handed to a running master. */
+    /*! The arguments were handed to a process that listens on the master's port. */
     SingleInstanceStateSecondary = 2,
     /*! The arguments are too long to hand over; or no master could be reached or started; or this
         process was the master and its server no longer runs. */

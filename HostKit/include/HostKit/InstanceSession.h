@@ -14,7 +14,7 @@
 
 #include <memory>
 
-/*! What the library needs around it, for applications that have no host of their own. */
+/*! libSingleInstance with all that it needs: settings, registry, log, locks between processes. */
 namespace HostKit {
 
 class InstanceSessionPrivate;
@@ -31,7 +31,8 @@ class InstanceSessionPrivate;
     return QApplication::exec();
     \endcode
 
-    On top of the bare entry points it does what a host would otherwise have to do itself:
+    To startSingleInstance() and stopSingleInstance() it adds what an application would otherwise
+    have to do itself:
     - Launches decide one after another. Two first launches cannot both become master.
     - A lock that the kernel releases tells whether a master lives. After a crash, launches do not
       hand their arguments to another process that listens on the recorded port.
@@ -45,9 +46,9 @@ class InstanceSessionPrivate;
     versions of an application that may run side by side must have a session. If a master has none,
     sessions treat it as crashed.
 
-    A forked child that does not call exec() keeps the port, the locks and launches that wait, as
-    long as it lives. If the application crashes meanwhile, launches hand over to nobody. Processes
-    that QProcess starts keep nothing.
+    A forked child that does not call exec() keeps the port, the locks, and the connections to
+    launches that wait for an answer, as long as it lives. If the application crashes meanwhile,
+    launches hand over to nobody. Processes that QProcess starts keep nothing.
 */
 class HOSTKIT_EXPORT InstanceSession : public QObject {
     Q_OBJECT
@@ -57,25 +58,30 @@ class HOSTKIT_EXPORT InstanceSession : public QObject {
 public:
     /*!
         Starts the session. If the Launch found no master that can be reached, this process becomes
-        the master. That takes a millisecond.
+        the master. That takes a millisecond. If the master lives in another network namespace, the
+        state is Failed.
 
         Without a Launch, the session decides by itself, and blocks as a Launch does: it hands over
         and raises the master's window, or becomes the master.
 
         The state is Failed, with a warning, if there is no application object, if this is not its
-        thread, or if this process has a session already, even by another copy of this library.
+        thread, or if this process has a session already, even one of another copy of this library.
     */
     explicit InstanceSession(QObject* parent = nullptr);
 
-    /*! Ends the session, if it has not ended with the application. */
+    /*!
+        Ends the session, if it has not ended with the application. Usually blocks for milliseconds;
+        \ref session says how long at worst.
+    */
     ~InstanceSession() override;
 
     /*!
         Returns what this process is. It stays the same when the session ends.
 
         - Master: it receives what other launches hand over.
-        - Secondary: a master has the arguments, or will get them. Return from main(). With a Launch
-          this happens only if main() ignores Launch::isDone().
+        - Secondary: a master has the arguments, or will get them; or a session started this process
+          for launches that another process has taken. Return from main(). With a Launch this
+          happens only if main() ignores Launch::isDone().
         - Failed: it receives nothing. A warning said why: for example, the settings cannot be
           written, or the master lives in another network namespace. The application decides what to
           do. Usually it opens a window of its own.
@@ -97,13 +103,14 @@ public:
 Q_SIGNALS:
     /*!
         Emitted once for each launch that another process handed over, usually in the order of the
-        launches. \a arguments are those of that launch, without the program path.
+        launches. \a arguments are those of that launch, without the program path. Options are among
+        them: parse them as main() does.
 
         The event loop of the application's thread emits it, for one launch per iteration, and not
-        after it was told to quit. Launches wait while nobody is connected, and while the session's
-        signals are blocked. What nobody has received when the application quits goes
-        to another process, which the session starts. What a process has not received when it is
-        killed is lost.
+        after it was told to quit, as far as it can know. Launches wait while nobody is connected,
+        and while the session's signals are blocked. What nobody has received when the application
+        quits goes to another process, which the session starts. What a process has not received
+        when it is killed is lost.
 
         \ref session describes this in full (docs/session.md).
     */

@@ -22,7 +22,7 @@ struct LaunchPrivate;
 enum class OptionRole {
     FileName, //!< its value is a file name
     NewInstance, //!< this process takes no part: it is neither master nor secondary
-    Wait, //!< the launch waits until the master answers it: ReceivedLaunch::answer()
+    Wait, //!< the launch waits until a master answers it: ReceivedLaunch::answer()
 };
 
 /*! Options of an application, each by one of its names, and what they mean. */
@@ -77,8 +77,8 @@ public:
         arguments are file names. So is everything after "--".
 
         Blocks for some milliseconds. At worst it waits 10 s for earlier launches, 2 s for a master
-        that cannot be reached, 90 s for one that is suspended during the hand-off, and 4 s for the
-        desktop. With OptionRole::Wait it blocks until the answer comes.
+        that cannot be reached, 90 s for one whose queue fills up just before the hand-off, and 4 s
+        for the desktop. With OptionRole::Wait it blocks until the answer comes.
 
         Hands nothing over if \a application is empty, or if an application object exists already.
     */
@@ -112,9 +112,9 @@ public:
     bool isDone() const;
 
     /*!
-        Returns what main() must return if isDone(): 0; 1 if a file name cannot be made absolute;
-        after a wait the exit code of the answer, 1 if the master died without one, or 130 after a
-        signal.
+        Returns what main() must return if isDone(): 0; 1 if a file name cannot be made absolute, or
+        if the launch finds no place for the socket on which it waits; after a wait the exit code of
+        the answer, 1 if the master died without one, or 130 after a signal.
     */
     int exitCode() const;
 

@@ -44,7 +44,8 @@ HOSTKIT_EXPORT void setLogSink(const LogSink& sink);
     next line that gets through says how many were dropped.
 
     Standard error must be open. If the application may be started with it closed, first open
-    /dev/null as descriptor 2. Otherwise a file or a connection gets that number, and the log.
+    /dev/null as descriptor 2. Otherwise a file or a connection gets that number, and the log is
+    written into it.
 */
 HOSTKIT_EXPORT void writeToStandardError(LogLevel level, const QString& text);
 

@@ -36,7 +36,7 @@ public:
     /*! Returns the folder in which the launch was started: an absolute path, or nothing. */
     QString workingFolder() const;
 
-    /*! Returns whether the launch waits for an answer. Its user may end it at any time. */
+    /*! Returns whether the launch waits for an answer. The user of the launch may end the wait. */
     bool isWaiting() const;
 
     /*!
