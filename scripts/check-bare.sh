@@ -64,6 +64,7 @@ bare() {
     mkdir "$out"
     begun=$(date +%s)
     quietly mmdebstrap --quiet --variant=minbase --include=git,ca-certificates \
+        --dpkgopt=force-unsafe-io \
         --customize-hook='mkdir "$1/root/app"' \
         --customize-hook="sync-in $folder/app /root/app" \
         --chrooted-customize-hook="cd /root/app && env -i HOME=/root TERM=dumb LC_ALL=C.UTF-8 \
