@@ -141,7 +141,7 @@ QList<LaunchMessage> truncatedToLimit(const QList<LaunchMessage>& launches)
 QString write(const QByteArray& content)
 {
     for (const QString& directory : spoolDirectories()) {
-        const QString path = directory + QLatin1Char('/') + newName();
+        QString path = directory + QLatin1Char('/') + newName();
         if (replaceFile(path, content))
             return path;
     }
@@ -163,7 +163,7 @@ bool hasSpooled()
 QString spool(const QList<LaunchMessage>& launches)
 {
     const QList<LaunchMessage> fitting = truncatedToLimit(launches);
-    const QString path = fitting.isEmpty() ? QString() : write(packed(fitting));
+    QString path = fitting.isEmpty() ? QString() : write(packed(fitting));
     const int reason = path.isEmpty() && !fitting.isEmpty() ? errno : EFBIG;
     const auto written = path.isEmpty() ? 0 : fitting.size();
     for (const LaunchMessage& launch : launches.mid(0, written)) {

@@ -112,7 +112,7 @@ QString completeFileNames(QStringList& arguments, const Application& application
     const QString folder = workingFolder();
     for (const FileArgument& file : files) {
         QString& argument = arguments[file.position];
-        const QString name = argument.mid(file.begin);
+        QString name = argument.mid(file.begin);
         if (name.isEmpty() || name == QLatin1String("-"))
             continue;
         const QString absolute = absoluteFileName(name, folder);

@@ -7,8 +7,8 @@
 
 namespace HostKit {
 
-ReceivedLaunchPrivate::ReceivedLaunchPrivate(const LaunchMessage& received)
-    : message(received)
+ReceivedLaunchPrivate::ReceivedLaunchPrivate(LaunchMessage received)
+    : message(std::move(received))
 {
 }
 

@@ -6,7 +6,7 @@ namespace HostKit {
 
 /*! What all copies of a received launch share. The application's thread. */
 struct ReceivedLaunchPrivate {
-    explicit ReceivedLaunchPrivate(const LaunchMessage& received);
+    explicit ReceivedLaunchPrivate(LaunchMessage received);
 
     /*! Ends the wait of the launch with the exit code 0, if it still waits. */
     ~ReceivedLaunchPrivate();
