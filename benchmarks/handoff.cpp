@@ -208,13 +208,13 @@ void measureLaunchesOfApplications()
 {
     const QByteArray home = qgetenv("XDG_CONFIG_HOME");
     qputenv("XDG_CONFIG_HOME", home + "/first");
-    const auto first = measure(150,
+    const auto first = measure(80,
                                {startOf(PROGRAMS "bench_application_launch", saysSo),
                                 startOf(PROGRAMS "bench_application", saysSo)});
     qputenv("XDG_CONFIG_HOME", home);
     becomeMaster("SingleInstance", "viewer");
     const auto second =
-        measure(200,
+        measure(150,
                 {startOf(VIEWER, handedOver), startOf(PROGRAMS "bench_floor_widgets", saysSo),
                  startOf(PROGRAMS "bench_application", handedOver),
                  startOf(PROGRAMS "bench_application_parser", handedOver),

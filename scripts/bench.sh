@@ -25,10 +25,15 @@ fi
 export XDG_CONFIG_HOME="$results" XDG_RUNTIME_DIR="$results" HOME="$results" LC_ALL=C.UTF-8
 unset DISPLAY WAYLAND_DISPLAY XAUTHORITY
 
-timeout 120 "$programs/bench_handoff" >"$results/handoff"
+# measure [desktop]
+measure() {
+    timeout 120 "$programs/bench_handoff" "$@" >>"$results/handoff" ||
+        { echo "bench_handoff $* failed, or took more than two minutes" >&2; exit 1; }
+}
+measure
 
 trap end_started EXIT
 start_private_display "$results"
-timeout 60 "$programs/bench_handoff" desktop >>"$results/handoff"
+measure desktop
 
 python3 scripts/bench_report.py "$results" "$documents"
