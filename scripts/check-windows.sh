@@ -44,4 +44,4 @@ check() {
 check windows all . -DBUILD_SHARED_LIBS=OFF
 check windows-dll SingleInstance_tst_windows 'windows|exports' -DBUILD_SHARED_LIBS=ON \
     -DSINGLEINSTANCE_HOST_LIBRARIES=SingleInstance_windows_host
-echo "left out on Windows: tst_limits, about what Linux refuses"
+echo "left out on Windows: tst_limits, about the limits of Linux"

@@ -3,7 +3,6 @@
 #include "Master.h"
 
 #include <atomic>
-#include <future>
 
 using namespace SingleInstance;
 
@@ -195,26 +194,6 @@ private Q_SLOTS:
         QCOMPARE(peeked, lists);
     }
 
-    /* Lists arrive although two threads take and peek without a pause. */
-    void servesTwoThreads()
-    {
-        constexpr int lists = 1000;
-        const Master master;
-        std::atomic<int> taken = 0;
-        const QDeadlineTimer deadline(20000);
-        const auto taking = std::async(std::launch::async, [&] {
-            while (taken < lists && !deadline.hasExpired())
-                taken += int(master.controller->takeMessages().size());
-        });
-        for (int i = 0; i < lists; ++i) {
-            QVERIFY(handOver({"x"}));
-            while (taken + 20 < i && !deadline.hasExpired()) // the kernel keeps 50
-                master.controller->peekMessages();
-        }
-        taking.wait();
-        QCOMPARE(taken.load(), lists);
-    }
-
     void stopsAtTheEnd()
     {
         const Application application;
@@ -237,39 +216,6 @@ private Q_SLOTS:
             const auto port = ScriptedHost::state()->settings["MasterPort"].toUInt();
             QCOMPARE(port, isOvertaken ? 7u : 0u); // another's stays
         }
-    }
-
-    void recoversFromAFlood_data()
-    {
-        QTest::addColumn<QByteArray>("sent");
-        QTest::newRow("that are idle") << QByteArray();
-        QTest::newRow("with half a prefix") << QByteArray("\x12");
-        QTest::newRow("with half a message") << prefixed(QByteArray(60000, 'x')).left(30000);
-        QTest::newRow("that reset") << QByteArray("\x12\0\0", 3);
-    }
-
-    void recoversFromAFlood()
-    {
-        QFETCH(QByteArray, sent);
-        const bool reset = sent.size() == 3;
-        const int count = std::max(1, qEnvironmentVariableIntValue("FLOOD_ROUNDS"));
-        limitFiles(2200); // for both ends of a thousand connections
-        const Master master;
-        for (int round = 0; round < count; ++round) {
-            QVERIFY(reaches(master.controller, "before"));
-            const size_t memory = usedMemory();
-            const int files = openFiles();
-            std::vector<QTcpSocket> clients(1000);
-            connectAll(master.controller, clients, sent, reset);
-            QVERIFY(reaches(master.controller, "among them"));
-            QVERIFY(master.rests(300));
-            clients = std::vector<QTcpSocket>();
-            QTRY_COMPARE(openFiles(), files);
-            QVERIFY(reaches(master.controller, "after"));
-            QVERIFY(usedMemory() < memory + (1 << 20));
-        }
-        qInfo("1,000 connections %s: %d rounds, recovered each time", QTest::currentDataTag(),
-              count);
     }
 
 #ifndef TESTS_SANITIZED // which reports what a cancelled thread leaves on its stack

@@ -1,5 +1,5 @@
-# The tests on Windows: those of the library itself, and real processes. tst_limits is left out: it tests
-# what happens when Linux refuses something, with functions that replace those of the C library.
+# The tests on Windows: those of the library itself, and real processes. tst_limits is left out: it counts
+# descriptors, and replaces functions of the C library.
 include(GenerateExportHeader)
 generate_export_header(SingleInstanceScriptedHost BASE_NAME HOSTKIT
     EXPORT_FILE_NAME "${PROJECT_BINARY_DIR}/HostKit/include/HostKit/export.h")
