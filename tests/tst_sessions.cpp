@@ -70,7 +70,7 @@ void end(Process& master, const QString& command, bool isStopped)
     if (byKeys)
         output("xdotool", close);
     else if (command == "TERM")
-        master.signal(SIGTERM);
+        output("sh", {"-c", "kill $0 && kill $0", QString::number(master.processId())});
     else
         master.command(command.toUtf8());
     QTest::qWait(random(isStopped ? 60 : 1));
