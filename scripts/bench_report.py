@@ -98,9 +98,8 @@ until the list is in the inbox, go on. The floors are:
   links, and an application with a session and no `HostKit::Launch`. Both are on an X server with a
   window manager.
 
-On the machine below a page fault costs some 50 µs. A second launch adds 38 of them to its floor, 20 by the
-first use of a `QTcpSocket`. They take most of the time that it adds. Its second use in the same process
-would take a tenth of a millisecond.
+Most of the time that a second launch adds to its floor is spent in page faults, about half of them in the
+first use of a `QTcpSocket`: `perf stat -e page-faults` counts them.
 """
 
 

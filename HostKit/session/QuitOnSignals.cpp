@@ -28,7 +28,7 @@ std::array<int, 2> ends = {-1, -1}; // of the pipe, which stays open until the p
 pid_t process = 0; // that reads the pipe
 std::array<std::atomic<time_t>, NSIG> firstTimes = {}; // in seconds; 0 if none came
 
-constexpr time_t shortTime = 2; // s
+constexpr time_t shortTime = 2; // in full seconds of the clock: one to two seconds
 
 /* Returns how many seconds ago the first signal of this kind came, or -1 if this is the first. */
 time_t secondsSinceFirst(int signal)
