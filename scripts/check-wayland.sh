@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 . scripts/setup.sh
 
 # shellcheck disable=SC2086
-require_packages $build_packages $wayland_packages python3-minimal qt6-base-dev
+require_packages $build_packages $wayland_packages qt6-base-dev
 rounds=3
 [ "${1:-}" != --long ] || rounds=20
 build qt6 SingleInstanceViewer
@@ -34,7 +34,7 @@ exec_as_user() {
     # shellcheck disable=SC2086
     exec $as_user env -i PATH=/usr/bin:/bin HOME="$home" XDG_RUNTIME_DIR="$home" LC_ALL=C.UTF-8 \
         WLR_BACKENDS=headless WLR_LIBINPUT_NO_DEVICES=1 WLR_RENDERER=pixman SWAYSOCK="$home/sway.sock" \
-        WAYLAND_DISPLAY=wayland-1 QT_QPA_PLATFORM=wayland SINGLEINSTANCE_LOG_LEVEL=2 \
+        WAYLAND_DISPLAY=wayland-1 QT_QPA_PLATFORM=wayland GSK_RENDERER=cairo SINGLEINSTANCE_LOG_LEVEL=2 \
         LD_LIBRARY_PATH="$home" "$@"
 }
 user() {
@@ -109,6 +109,9 @@ check() {
 exec_as_user sway -c "$home/sway.conf" >"$home/sway.log" 2>&1 &
 started="$! $started"
 until_true test -S "$home/wayland-1" || { cat "$home/sway.log" >&2; exit 1; }
+# A keyboard that stays: one that goes after each key would be gone before a program listens to it.
+exec_as_user wtype -s 600000 &
+started="$! $started"
 exec_as_user python3 "$home/wayland-launcher.py" <"$home/ask" >"$home/tokens" 2>"$home/launcher.log" &
 launcher=$!
 started="$launcher $started"

@@ -84,7 +84,7 @@ has_window_manager() {
 {
     build_packages='g++ cmake ninja-build pkg-config qtbase5-dev libxcb-ewmh-dev'
     desktop_packages='xvfb openbox x11-utils xdotool fonts-dejavu-core'
-    wayland_packages='sway qt6-wayland'
+    wayland_packages='sway qt6-wayland python3-gi gir1.2-gtk-4.0 wtype'
     test_packages='ccache git desktop-file-utils python3-minimal iproute2
         qtdeclarative5-dev qml-module-qtquick2 qml-module-qtquick-window2'
     windows_packages='g++-mingw-w64-x86-64-posix wine wine64 xvfb dpkg-dev'
