@@ -1,6 +1,10 @@
 # Applications that use the installed library, or the sources as a part of their own. Each is built,
 # installed, and started from its prefix.
-set(CCACHE "CCACHE_DIR=${CMAKE_CURRENT_BINARY_DIR}/ccache;CCACHE_BASEDIR=${CMAKE_CURRENT_BINARY_DIR};CCACHE_NOHASHDIR=1")
+set(cache "${CMAKE_CURRENT_BINARY_DIR}/ccache")
+if(DEFINED ENV{CCACHE_DIR}) # one that outlives this build
+    set(cache "$ENV{CCACHE_DIR}")
+endif()
+set(CCACHE "CCACHE_DIR=${cache};CCACHE_BASEDIR=${PROJECT_SOURCE_DIR};CCACHE_NOHASHDIR=1")
 set(base "${CMAKE_CURRENT_BINARY_DIR}/consumers")
 
 # add_build(name source options... -- command...): builds and installs below ${base}/name.
