@@ -7,8 +7,6 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QProcess>
 
-#include <algorithm>
-
 namespace HostKit {
 
 namespace {
@@ -22,7 +20,6 @@ struct Note {
     QString folder; // the application's
     qint64 time = 0; // of the start, in seconds since the epoch
     int number = 0; // of this successor in a row
-    QStringList arguments; // with which it was started
 };
 
 qint64 now()
@@ -32,15 +29,13 @@ qint64 now()
 
 QString packed(const Note& note)
 {
-    const QStringList head = {note.folder, QString::number(note.time),
-                              QString::number(note.number)};
-    return (head + note.arguments).join(QLatin1Char('\n'));
+    return QStringLiteral("%1\n%2\n%3").arg(note.number).arg(note.time).arg(note.folder);
 }
 
 Note unpacked(const QByteArray& text)
 {
     const QStringList lines = QString::fromLocal8Bit(text).split(QLatin1Char('\n'));
-    return {lines.value(0), lines.value(1).toLongLong(), lines.value(2).toInt(), lines.mid(3)};
+    return {lines.value(2), lines.value(1).toLongLong(), lines.value(0).toInt()};
 }
 
 /* The note with which this process was started. */
@@ -48,20 +43,6 @@ Note& ownNote()
 {
     static Note note;
     return note;
-}
-
-/* As the process got them: the application object has fewer, and a launch changes some. */
-QStringList givenArguments()
-{
-    QFile file(QStringLiteral("/proc/self/cmdline"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QList<QByteArray> words = file.readAll().split('\0'); // a null after each
-    words.removeLast();
-    QStringList arguments;
-    for (const QByteArray& word : words.mid(1))
-        arguments.append(QString::fromLocal8Bit(word));
-    return arguments;
 }
 
 bool isRecent(const Note& note)
@@ -87,7 +68,7 @@ bool startSuccessor(const QStringList& command)
     process.setArguments(command.mid(1));
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QString::fromLatin1(variable),
-                       packed({configDirectory(), now(), number + 1, command.mid(1)}));
+                       packed({configDirectory(), now(), number + 1}));
     // No launcher waits for the successor, and the token of this process is used up.
     environment.remove(QStringLiteral("DESKTOP_STARTUP_ID"));
     environment.remove(QStringLiteral("XDG_ACTIVATION_TOKEN"));
@@ -100,11 +81,7 @@ bool isSuccessor()
     if (!qEnvironmentVariableIsSet(variable))
         return false;
     const Note note = unpacked(qgetenv(variable));
-    const QStringList arguments = givenArguments();
-    // An interpreter takes the first of them for itself.
-    const bool isSame = arguments.size() <= note.arguments.size()
-        && std::equal(arguments.rbegin(), arguments.rend(), note.arguments.rbegin());
-    return note.folder == configDirectory() && isRecent(note) && isSame;
+    return note.folder == configDirectory() && isRecent(note);
 }
 
 void forgetSuccessor()

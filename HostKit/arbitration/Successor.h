@@ -20,7 +20,7 @@ bool startSuccessor(const QStringList& command);
 
 /*!
     Returns whether this process was started as a successor of this application, less than a minute
-    ago. If a successor starts another process with other arguments, that is an ordinary launch.
+    ago.
 */
 bool isSuccessor();
 
