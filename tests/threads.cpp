@@ -10,22 +10,22 @@
 
 #include <QtCore/QTemporaryDir>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
-#include <cstdio>
-#include <thread>
-#include <vector>
+#include <future>
 
 int main()
 {
     using HostKit::FileLock;
     using std::chrono::milliseconds;
     const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("lock"));
     std::atomic<int> holders = 0;
     std::atomic<int> mistakes = 0;
-    const auto work = [&](const QString& path) {
+    const auto work = [&] {
         for (int i = 0; i < 200; ++i) {
-            const FileLock lock =
-                FileLock::take(path, FileLock::Kind::Exclusive, milliseconds(i % 3));
+            const auto lock = FileLock::take(path, FileLock::Kind::Exclusive, milliseconds(i % 3));
             if (lock.isTaken()) {
                 mistakes += holders++;
                 SingleInstance::DetachedTask([] {}).waitFor(milliseconds(i % 2));
@@ -34,11 +34,10 @@ int main()
             mistakes += int(HostKit::isReachable(1));
         }
     };
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back(work, folder.filePath(QStringLiteral("lock")));
-    for (std::thread& thread : threads)
-        thread.join();
-    std::printf("%d mistakes\n", mistakes.load());
-    return mistakes > 0 ? 1 : 0;
+    {
+        std::array<std::future<void>, 4> threads;
+        for (auto& thread : threads)
+            thread = std::async(std::launch::async, work);
+    }
+    return std::min(mistakes.load(), 1);
 }

@@ -18,11 +18,6 @@ public:
         xcb_change_window_attributes(server, root, XCB_CW_EVENT_MASK, &events);
         take();
     }
-    void makeItsOwnOwner(xcb_window_t window)
-    {
-        xcb_change_property(server, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_TRANSIENT_FOR,
-                            XCB_ATOM_WINDOW, 32, 1, &window);
-    }
     ~Requests() { xcb_disconnect(server); }
     Q_DISABLE_COPY_MOVE(Requests)
 
@@ -69,27 +64,6 @@ private Q_SLOTS:
         other = view({}, "other");
         otherWindow = windowOf(*other);
         QVERIFY(!otherWindow.isEmpty());
-    }
-
-    void opensWhatItCan()
-    {
-        const QString odd = QString::fromUtf8("Bücher & 本.txt");
-        output("sh",
-               {"-c", R"(cd "$0"; head -c 9 /dev/zero >binary; echo a >"$1")", home.path(), odd});
-        const auto says = [](const Launch& viewer, const QString& pattern) {
-            return !viewer->waitForLine(".* " + pattern).isEmpty();
-        };
-        const auto master = view({"binary", "file:///no%6Ee"});
-        QVERIFY(says(master, "not opened: “.*/binary” is not a text file\\."));
-        QVERIFY(says(master, "not opened: There is no file “/none”\\."));
-        const auto second = view({odd, "/dev/zero", QString("\x1b[7m") + QChar(0x202E)});
-        QVERIFY(says(second, "handed over to the window that is open"));
-        QVERIFY(says(master, "message received: .*\\\\x1b\\[7m\\\\x202e"));
-        QVERIFY(says(master, "opened .*/" + QRegularExpression::escape(odd)));
-        QVERIFY(says(master, "not opened: “/dev/zero” is not a regular.*"));
-        const auto alone = view({odd}, "binary/below");
-        QVERIFY(says(alone, "Settings: cannot write .*: Not a directory"));
-        QVERIFY(says(alone, "opened .*/" + QRegularExpression::escape(odd)));
     }
 
     /* The first thing that users try. */
@@ -149,8 +123,6 @@ private Q_SLOTS:
         const QString window = windowOf(*master);
         QVERIFY(!window.isEmpty());
         Requests seen;
-        if (change == "own")
-            seen.makeItsOwnOwner(window.toUInt(nullptr, 16));
         QVERIFY(putOtherInFront());
         output("sh", {"-c", change, window});
         QVERIFY(master->stop()); // otherwise it would raise its window itself

@@ -183,13 +183,13 @@ private Q_SLOTS:
         std::array<char, 1 << 18> text = {}; // GCC warns of an overflow in a QByteArray
         auto size = ::read(ends[0], text.data(), 1 << 17);
         const auto kept = std::count(text.begin(), text.end(), '\n');
-        writeToStandardError(HostKit::LogLevel::Info, "y");
+        writeToStandardError(HostKit::LogLevel::Info, QString("\x1b[7m") + QChar(0x202E));
         size += ::read(ends[0], text.data() + size, 1 << 17);
         ::dup2(usual, STDERR_FILENO);
         ::close(usual);
-        const QByteArray gap =
-            "(" + QByteArray::number(qlonglong(100 - kept)) + " lines before this were dropped) y";
-        QVERIFY(kept > 0 && QByteArray(text.data(), int(size)).contains(gap));
+        const QString last =
+            QString("(%1 lines before this were dropped) \\x1b[7m\\x202e\n").arg(100 - kept);
+        QVERIFY(kept > 0 && QString::fromUtf8(text.data(), int(size)).endsWith(last));
     }
 
     void locksOutOthers()
@@ -255,14 +255,7 @@ private Q_SLOTS:
     /* The last table of docs/protocol.md. */
     void opensEnvelopes_data()
     {
-        QTest::addColumn<QString>("list");
-        QTest::addColumn<QString>("message");
-        const QRegularExpression row(R"(^\| `(\[.*\])` \| `(\{.*\})` \|)",
-                                     QRegularExpression::MultilineOption);
-        for (auto rows = row.globalMatch(contentOf(PROTOCOL)); rows.hasNext();) {
-            const auto match = rows.next();
-            QTest::newRow(qPrintable(match.captured(1))) << match.captured(1) << match.captured(2);
-        }
+        addProtocolRows(R"(^\| `(\[.*\])` \| `(\{.*\})` \|)", "list", "message");
     }
 
     void opensEnvelopes()
@@ -289,27 +282,22 @@ private Q_SLOTS:
     void passesTokensOn()
     {
         QVERIFY(isValidToken(QByteArray(1024, 'x')) && !isValidToken(QByteArray(1025, 'x')));
-        for (const char* const platform : {"xcb", "wayland-egl"}) {
+        for (const QString platform : {"xcb", "wayland-egl"}) {
             qApp->setProperty("platformName", platform);
             Session session;
-            QByteArrayList own; // of each launch, which may arrive in another order
-            QByteArrayList tokens;
-            connect(
-                &session, &InstanceSession::argumentsReceived, this,
-                [&](const QStringList& list) {
-                    own.append(list.value(0).toLatin1());
-                    tokens.append(qgetenv("XDG_ACTIVATION_TOKEN"));
-                },
-                Qt::QueuedConnection); // it is still there
+            int right = 0; // launches may arrive in another order
+            const auto check = [&](const QStringList& list) {
+                right += qgetenv("XDG_ACTIVATION_TOKEN") == (platform == "xcb" ? "" : list[0]);
+            };
+            connect(&session, &InstanceSession::argumentsReceived, this, check,
+                    Qt::QueuedConnection); // it is still there
             for (const char* const token : {"b", "a", "c"}) {
                 LaunchMessage message;
                 message.activationToken = token;
                 message.arguments.append(token);
                 QVERIFY(handOff(message));
             }
-            QTRY_COMPARE(tokens.size(), 3);
-            const bool isUsed = qstrcmp(platform, "xcb") != 0;
-            QCOMPARE(tokens, isUsed ? own : QByteArrayList({"", "", ""}));
+            QTRY_COMPARE(right, 3);
             QTRY_VERIFY(
                 !qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN")); // no slot used the last one
         }
@@ -421,20 +409,17 @@ private Q_SLOTS:
         }
     }
 
-    /* A timer is always due; then events are always posted as well. */
+    /* A timer is always due; in the second round there are always posted events as well. */
     void worksWhereNoIterationIsIdle()
     {
-        for (const bool posts : {false, true}) {
+        for (int left : {50, 2}) {
             QTimer frames;
-            std::function<void()> post = [&] {
-                if (frames.isActive())
-                    QMetaObject::invokeMethod(this, post, Qt::QueuedConnection);
-            };
-            connect(&frames, &QTimer::timeout, [] { QThread::msleep(16); });
+            connect(&frames, &QTimer::timeout, [posts = left == 2] {
+                QThread::msleep(16);
+                if (posts)
+                    QCoreApplication::postEvent(qApp, new QEvent(QEvent::User));
+            });
             frames.start(0);
-            if (posts)
-                post();
-            int left = posts ? 2 : 50;
             std::unique_ptr<IdleIteration> idle;
             idle = std::make_unique<IdleIteration>([&] {
                 if (--left > 0)
@@ -445,8 +430,6 @@ private Q_SLOTS:
             timer.start();
             QTRY_COMPARE_WITH_TIMEOUT(left, 0, 20000);
             QVERIFY(timer.elapsed() < 10000); // one or two seconds
-            frames.stop();
-            QCoreApplication::processEvents();
         }
     }
 
@@ -474,12 +457,8 @@ private Q_SLOTS:
         qputenv("SHAPE", "early");
         QCOMPARE(launch()->waitForEnd().value(0),
                  "HostKit: cannot open a session, there is no application object yet");
-        const Session session;
-        QCOMPARE(session.property("state").value<SingleInstanceState>(), SingleInstanceStateMaster);
-        const QByteArray warning = "HostKit: cannot open a session, ";
-        QTest::ignoreMessage(QtWarningMsg, warning + "there is one already");
-        QCOMPARE(InstanceSession().state(), SingleInstanceStateFailed);
-        QTest::ignoreMessage(QtWarningMsg, warning + "this is not the application's thread");
+        QTest::ignoreMessage(
+            QtWarningMsg, "HostKit: cannot open a session, this is not the application's thread");
         auto other = std::async(std::launch::async, [] { return InstanceSession().state(); });
         QCOMPARE(other.get(), SingleInstanceStateFailed);
     }

@@ -109,17 +109,11 @@ private Q_SLOTS:
 
     void cleanup() { QCOMPARE(stopSingleInstance(), SingleInstanceStateInactive); }
 
-    void endsTheProcessOnABrokenPrecondition_data()
-    {
-        QTest::addColumn<int>("size"); // of a body; -1: a null socket
-        QTest::newRow("sending empty message not supported!") << 0;
-        QTest::newRow("sending message is too long!") << 65536;
-        QTest::newRow("Receiver cannot work with a null socket!") << -1;
-    }
+    void endsTheProcessOnABrokenPrecondition_data() { addTable("preconditions.txt"); }
 
     void endsTheProcessOnABrokenPrecondition()
     {
-        QFETCH(int, size);
+        QFETCH(QString, size); // of a body; -1: a null socket
         const pid_t child = ::fork();
         if (child == 0) {
             HostKit::catchQtMessages(true);
@@ -127,10 +121,9 @@ private Q_SLOTS:
                 const QByteArray message = "5 " + QByteArray(QTest::currentDataTag());
                 ::_exit(ScriptedHost::takeLog().last() == QString(message) ? 0 : 1);
             });
-            if (size < 0)
+            if (size == "-1")
                 receiveMessage(nullptr, nullptr, nullptr);
-            else
-                sendToMaster(QByteArray(size, 'x'));
+            sendToMaster(QByteArray(size.toInt(), 'x'));
             ::_exit(2);
         }
         int status = -1;
@@ -204,19 +197,13 @@ private Q_SLOTS:
         QTRY_COMPARE(master.controller->peekMessages().size(), 1);
     }
 
-    void recoversFromAFlood_data()
-    {
-        QTest::addColumn<QByteArray>("sent");
-        QTest::newRow("that are idle") << QByteArray();
-        QTest::newRow("with half a prefix") << QByteArray("\x12");
-        QTest::newRow("with half a message") << prefixed(QByteArray(60000, 'x')).left(30000);
-        QTest::newRow("that reset") << QByteArray("\x12\0\0", 3);
-    }
+    void recoversFromAFlood_data() { addTable("floods.txt"); }
 
     void recoversFromAFlood()
     {
-        QFETCH(QByteArray, sent);
-        const bool reset = sent.size() == 3;
+        QFETCH(QString, bytes); // of a message, which each of them sends
+        QFETCH(QString, end);
+        const QByteArray sent = prefixed(QByteArray(60000, 'x')).left(bytes.toInt());
         const int count = std::max(1, qEnvironmentVariableIntValue("FLOOD_ROUNDS"));
         limitFiles(2200); // for both ends of a thousand connections
         const Master master;
@@ -225,7 +212,7 @@ private Q_SLOTS:
             const size_t memory = ::mallinfo2().uordblks;
             const int files = openFiles();
             std::vector<QTcpSocket> clients(1000);
-            connectAll(master.controller, clients, sent, reset);
+            connectAll(master.controller, clients, sent, end == "reset");
             QVERIFY(reaches(master.controller, "among them"));
             QVERIFY(rests(master, 300));
             clients = std::vector<QTcpSocket>();

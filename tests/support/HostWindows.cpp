@@ -2,6 +2,8 @@
 
 #include <QtCore/QSettings>
 
+#include <memory>
+
 /*
  * A host for Windows. Its settings are in the user's registry, under a key that the environment
  * names: other processes read at once what one has written. All other functions are HostKit's.
@@ -10,18 +12,14 @@ namespace Core {
 
 namespace {
 
-QString pathOf(const QString& group, const QString& key)
-{
-    return group + QLatin1Char('/') + key;
-}
-
 /* A new one for each call: calls come from more than one thread. */
-struct Store : QSettings {
-    Store()
-        : QSettings(qEnvironmentVariable("TEST_REGISTRY"), QSettings::NativeFormat)
-    {
-    }
-};
+std::unique_ptr<QSettings> storeOf(const QString& group)
+{
+    auto store =
+        std::make_unique<QSettings>(qEnvironmentVariable("TEST_REGISTRY"), QSettings::NativeFormat);
+    store->beginGroup(group);
+    return store;
+}
 
 } // namespace
 
@@ -34,13 +32,13 @@ Settings* Settings::getInstance()
 QVariant Settings::getValue(const QString& group, const QString& key,
                             const QVariant& defaultValue) const
 {
-    return Store().value(pathOf(group, key), defaultValue);
+    return storeOf(group)->value(key, defaultValue);
 }
 
 void Settings::setValue(const QString& group, const QString& key, const QVariant& value,
                         bool /*flag*/)
 {
-    Store().setValue(pathOf(group, key), value);
+    storeOf(group)->setValue(key, value);
 }
 
 } // namespace Core

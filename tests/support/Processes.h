@@ -51,9 +51,8 @@ public:
     QStringList waitForEnd()
     {
         if (state() != NotRunning && !waitForFinished()) {
-            const QString process = QString::number(processId());
-            execute("sh",
-                    {"-c", "cd /proc/$0/task; grep . */comm */wchan", process}); // what it waits in
+            const QString threads = "cd /proc/$0/task; grep . */comm */wchan"; // what they wait in
+            execute("sh", {"-c", threads, id()});
             QTest::qFail("a process goes on", __FILE__, __LINE__);
         }
         said += readAll();
@@ -61,6 +60,7 @@ public:
     }
 
     bool hasEnded() const { return state() == NotRunning; }
+    QString id() const { return QString::number(processId()); }
 
     void command(const QByteArray& line)
     {
@@ -153,6 +153,11 @@ public:
         return QTest::qWaitFor([&] { return !lines(line).isEmpty(); }, 20000);
     }
 
+    bool isMaster(const Process& launch) const
+    {
+        return lines("state 1").contains(launch.id() + " state 1");
+    }
+
     /* Each process has the pipe open. */
     bool haveEnded() const
     {
@@ -220,8 +225,8 @@ inline bool becomesActive(const QString& window)
 /* Returns the active window, once it is one of \a process. */
 inline QString windowOf(const Process& process)
 {
-    const auto isActive = [process = QString::number(process.processId())] {
-        return output("xdotool", {"getactivewindow", "getwindowpid"}) == process;
+    const auto isActive = [&process] {
+        return output("xdotool", {"getactivewindow", "getwindowpid"}) == process.id();
     };
     return QTest::qWaitFor(isActive, 20000) ? activeWindow() : QString();
 }

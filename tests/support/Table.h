@@ -17,6 +17,14 @@ inline QStringList tableLines(const QString& name)
     return contentOf(TABLES + name).split('\n');
 }
 
+/* Adds a row of texts, which the first field names. */
+inline void addRow(const QStringList& fields)
+{
+    QTestData& row = QTest::newRow(fields.first().toUtf8());
+    for (const QString& field : fields.mid(1))
+        row << field;
+}
+
 /*
  * Adds the columns and rows of a table. All fields are texts. The first line names the columns, the
  * first column names the rows. A dot is an empty text.
@@ -29,10 +37,18 @@ inline void addTable(const QString& name)
     static std::set<QByteArray> columns; // Qt Test keeps pointers to the names
     for (const QString& column : lines.takeFirst().split(border).mid(1))
         QTest::addColumn<QString>(*columns.insert(column.toLatin1()).first);
-    for (const QString& line : lines) {
-        QStringList fields = line.split(border);
-        QTestData& row = QTest::newRow(fields.takeFirst().toUtf8());
-        for (const QString& field : fields)
-            row << (field == "." ? QString() : field);
+    for (const QString& line : lines)
+        addRow(line.split(border).replaceInStrings(QRegularExpression("^\\.$"), {}));
+}
+
+/* Adds two columns, and the rows of docs/protocol.md whose two fields \a pattern finds. */
+inline void addProtocolRows(const QString& pattern, const char* first, const char* second)
+{
+    QTest::addColumn<QString>(first);
+    QTest::addColumn<QString>(second);
+    const QRegularExpression row(pattern, QRegularExpression::MultilineOption);
+    for (auto rows = row.globalMatch(contentOf(PROTOCOL)); rows.hasNext();) {
+        const QStringList fields = rows.next().capturedTexts();
+        addRow({fields[1], fields[1], fields[2]});
     }
 }

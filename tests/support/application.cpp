@@ -4,7 +4,6 @@
  *   (none)    no windows
  *   loop      no windows, and an event loop of its own
  *   prelude   no windows; one exec() ends before the one in which it receives lists
- *   busy      no windows, and always something to do
  *   deaf      no windows; never receives lists
  *   early     no application object yet
  *   bare      no windows and no session: the bare entry points, for a launch that hands over
@@ -13,7 +12,7 @@
  *   child     a window, which is the parent of the session
  *   quick     a Qt Quick window, which is hidden when it is closed
  *   wizard    waits for ever between its launch and its session
- *   frames    no windows; always busy for 16 ms, by a timer
+ *   frames    no windows; a timer is always due, and takes 16 ms
  *
  * Kinds with windows use HostKit::Launch. The application says "arguments A|B", as its application
  * object has them; "state N"; "ends" when its end begins; and for each list "list A|B", or "hidden
@@ -184,9 +183,8 @@ int runWithoutWindow(InstanceSession* session)
     else if (shape != "deaf")
         receive(*session);
     QTimer work;
+    QObject::connect(&work, &QTimer::timeout, [] { QThread::msleep(16); });
     if (shape == "frames")
-        QObject::connect(&work, &QTimer::timeout, [] { QThread::msleep(16); });
-    if (shape == "busy" || shape == "frames")
         work.start(0);
     QEventLoop loop;
     if (shape != "loop")
