@@ -3,13 +3,13 @@
 #include "FileLock.h"
 #include "HandOff.h"
 #include "IdleIteration.h"
-#include "Inbox.h"
 #include "LaunchSpool.h"
 #include "MessageFormat.h"
+#include "PendingLaunches.h"
 #include "Processes.h"
 #include "Registry.h"
 #include "SettingsSlot.h"
-#include "Successor.h"
+#include "SuccessorProcess.h"
 
 #include <Core/Settings.h>
 #include <HostKit/InstanceSession.h>
@@ -330,8 +330,8 @@ private Q_SLOTS:
     {
         const QStringList large(QString(10 << 20, 'x')); // 20 MiB
         const auto fill = [&large] {
-            Inbox inbox(launchesOf({{"a"}, large, large, large, large, {"b"}}));
-            QCOMPARE(inbox.takeAll().size(), 5); // the fourth large one is missing
+            PendingLaunches pending(launchesOf({{"a"}, large, large, large, large, {"b"}}));
+            QCOMPARE(pending.takeAll().size(), 5); // the fourth large one is missing
         };
         QCOMPARE(warningsOf(fill), 1);
     }
@@ -351,10 +351,10 @@ private Q_SLOTS:
             const quint16 port = SingleInstance::readMasterPort();
             QVERIFY(sendList({"early"}, port));
             QTRY_COMPARE(controller->peekMessages().size(), 1);
-            const auto inbox = std::make_shared<Inbox>(launchesOf({{"older"}}));
-            Inbox::fillFrom(*controller, inbox, [] {});
-            QCOMPARE(inbox->takeFirst().arguments, QStringList("older"));
-            QCOMPARE(inbox->takeFirst().arguments, QStringList("early"));
+            const auto pending = std::make_shared<PendingLaunches>(launchesOf({{"older"}}));
+            PendingLaunches::fillFrom(*controller, pending, [] {});
+            QCOMPARE(pending->takeFirst().arguments, QStringList("older"));
+            QCOMPARE(pending->takeFirst().arguments, QStringList("early"));
 
             for (size_t launches = 1; launches <= 5; ++launches) {
                 std::vector<QTcpSocket> sockets(launches);
@@ -364,8 +364,8 @@ private Q_SLOTS:
                     socket.write(SingleInstance::prefixed(SingleInstance::packArguments(list)));
                     socket.waitForBytesWritten();
                 }
-                QVERIFY(inbox->flush(port));
-                QCOMPARE(inbox->takeAll().size(), int(launches));
+                QVERIFY(pending->flush(port));
+                QCOMPARE(pending->takeAll().size(), int(launches));
             }
         }
     }

@@ -9,7 +9,7 @@
 #include "MasterProbe.h"
 #include "SettingsSlot.h"
 #include "StartupNotification.h"
-#include "Successor.h"
+#include "SuccessorProcess.h"
 
 #include <utility>
 

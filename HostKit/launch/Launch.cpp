@@ -8,7 +8,7 @@
 #include "LaunchSpool.h"
 #include "QtOptions.h"
 #include "StartupNotification.h"
-#include "Successor.h"
+#include "SuccessorProcess.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>

@@ -37,12 +37,12 @@ bool InstanceSessionPrivate::hasReceiver() const
 /* One launch an iteration: a slot may quit, or run a loop of its own that delivers the next one. */
 void InstanceSessionPrivate::deliver()
 {
-    if (!inbox || inbox->isEmpty() || !hasReceiver())
+    if (!pending || pending->isEmpty() || !hasReceiver())
         return;
     hasDelivered = true;
-    const LaunchMessage message = inbox->takeFirst();
+    const LaunchMessage message = pending->takeFirst();
     const ReceivedLaunch launch(std::make_shared<ReceivedLaunchPrivate>(message));
-    if (!inbox->isEmpty())
+    if (!pending->isEmpty())
         idle.request();
     const QByteArray token = message.activationToken;
     exportToEnvironment(token);

@@ -8,7 +8,7 @@
 #include "MasterLock.h"
 #include "Registry.h"
 #include "SettingsSlot.h"
-#include "Successor.h"
+#include "SuccessorProcess.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QMetaMethod>
@@ -90,7 +90,7 @@ void InstanceSessionPrivate::open()
     // exit() calls closeAtExit() before it destroys older static objects. This flush creates, in
     // both threads, those that closeAtExit() will use.
     if (port != 0)
-        inbox->flush(port);
+        pending->flush(port);
     static const int registered = std::atexit(closeAtExit);
     Q_UNUSED(registered)
 }
@@ -144,8 +144,8 @@ void InstanceSessionPrivate::becomeMaster(SingleInstanceController& controller)
     masterLock = takeMasterLock();
     const QList<LaunchMessage> spooled = takeSpooled();
     tookSpooled = !spooled.isEmpty();
-    inbox = std::make_shared<Inbox>(spooled);
-    Inbox::fillFrom(controller, inbox, [this] { idle.request(); });
+    pending = std::make_shared<PendingLaunches>(spooled);
+    PendingLaunches::fillFrom(controller, pending, [this] { idle.request(); });
     if (readMasterPid() == GetCurrentProcessId()) // otherwise another process may be master by now
         port = readMasterPort();
 }

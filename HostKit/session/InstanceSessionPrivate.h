@@ -4,7 +4,7 @@
 
 #include "FileLock.h"
 #include "IdleIteration.h"
-#include "Inbox.h"
+#include "PendingLaunches.h"
 
 #include <memory>
 
@@ -48,7 +48,7 @@ private:
     InstanceSession& session;
     const pid_t process; // a forked child has a copy of all this
     FileLock masterLock; // held as long as this process is the master
-    std::shared_ptr<Inbox> inbox; // only a master has one
+    std::shared_ptr<PendingLaunches> pending; // only a master has one
     quint16 port = 0; // on which this master listens
     bool tookSpooled = false; // launches of a process before
     bool hasDelivered = false;

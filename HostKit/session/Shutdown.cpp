@@ -3,7 +3,7 @@
 #include "Arbitration.h"
 #include "LaunchSpool.h"
 #include "Registry.h"
-#include "Successor.h"
+#include "SuccessorProcess.h"
 
 #include <QtCore/QThread>
 
@@ -18,7 +18,7 @@ void InstanceSessionPrivate::close()
     if (current != this || ::getpid() != process)
         return;
     setCurrent(nullptr);
-    if (!inbox)
+    if (!pending)
         return;
     {
         const FileLock launchLock = takeLaunchLock();
@@ -36,11 +36,11 @@ void InstanceSessionPrivate::close()
 /* Gives the port back. Returns the launches that were not delivered. */
 QList<LaunchMessage> InstanceSessionPrivate::stopMaster()
 {
-    if (SingleInstance::findController() && (port == 0 || !inbox->flush(port)))
+    if (SingleInstance::findController() && (port == 0 || !pending->flush(port)))
         qWarning("HostKit: the last launches may be lost: this master cannot be reached");
     SingleInstance::SingleInstanceController::stop();
     masterLock = FileLock();
-    return inbox->takeAll();
+    return pending->takeAll();
 }
 
 void InstanceSessionPrivate::startAnother() const

@@ -1,4 +1,4 @@
-#include "Successor.h"
+#include "SuccessorProcess.h"
 
 #include "Directories.h"
 

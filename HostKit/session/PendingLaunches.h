@@ -22,22 +22,23 @@ namespace HostKit {
 /*!
     The launches that the application has not received yet, oldest first.
 
-    In the master's server thread, it empties the controller's inbox as that fills, joins the chunks
-    of a launch, and connects to launches that wait for an answer. So everything that arrives before
-    that thread ends outlives the controller. It keeps 64 MiB and refuses what exceeds that, with a
+    In the master's server thread, this object empties the controller's inbox as that fills, joins
+    the chunks of a launch, and connects to launches that wait for an answer. So everything that
+    arrives before that thread ends outlives the controller. It keeps 64 MiB and refuses what exceeds that, with a
     warning. Any thread.
 */
-class Inbox {
+class PendingLaunches {
 public:
     /*! Begins with \a older launches, from an earlier process. */
-    explicit Inbox(const QList<LaunchMessage>& older);
+    explicit PendingLaunches(const QList<LaunchMessage>& older);
 
     /*!
-        Makes \a inbox take all lists of \a controller, present and future. Calls \a arrived in the
-        server thread after each future one. Keeps the inbox for as long as the controller lives.
+        Makes \a pending take all lists of \a controller, present and future. Calls \a arrived in the
+        server thread after each future one. Keeps \a pending for as long as the controller lives.
     */
     static void fillFrom(SingleInstance::SingleInstanceController& controller,
-                         const std::shared_ptr<Inbox>& inbox, const std::function<void()>& arrived);
+                         const std::shared_ptr<PendingLaunches>& pending,
+                         const std::function<void()>& arrived);
 
     bool isEmpty();
     LaunchMessage takeFirst();

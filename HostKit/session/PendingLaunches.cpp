@@ -1,4 +1,4 @@
-#include "Inbox.h"
+#include "PendingLaunches.h"
 
 #include "AnswerChannel.h"
 #include "HandOff.h"
@@ -45,24 +45,25 @@ qint64 sizeOf(const LaunchMessage& message)
 
 } // namespace
 
-Inbox::Inbox(const QList<LaunchMessage>& older)
+PendingLaunches::PendingLaunches(const QList<LaunchMessage>& older)
 {
     for (const LaunchMessage& message : older)
         append(message);
 }
 
-void Inbox::fillFrom(SingleInstanceController& controller, const std::shared_ptr<Inbox>& inbox,
-                     const std::function<void()>& arrived)
+void PendingLaunches::fillFrom(SingleInstanceController& controller,
+                               const std::shared_ptr<PendingLaunches>& pending,
+                               const std::function<void()>& arrived)
 {
     QObject::connect(&controller, &SingleInstanceController::messageReceived,
-                     [inbox, arrived, source = &controller] {
-                         inbox->takeFrom(*source);
+                     [pending, arrived, source = &controller] {
+                         pending->takeFrom(*source);
                          arrived();
                      });
-    inbox->takeFrom(controller); // what came before the connection
+    pending->takeFrom(controller); // what came before the connection
 }
 
-void Inbox::takeFrom(SingleInstanceController& controller)
+void PendingLaunches::takeFrom(SingleInstanceController& controller)
 {
     const std::lock_guard<std::mutex> lock(mutex); // at the start two threads call this
     for (const QStringList& list : controller.takeMessages()) {
@@ -72,7 +73,7 @@ void Inbox::takeFrom(SingleInstanceController& controller)
     changed.notify_one();
 }
 
-void Inbox::add(const Received& received)
+void PendingLaunches::add(const Received& received)
 {
     if (!received.mark.isEmpty())
         marks += received.mark == mark ? 1 : 0; // another mark is from an earlier owner of our port
@@ -82,7 +83,7 @@ void Inbox::add(const Received& received)
         append(received.message);
 }
 
-void Inbox::append(const LaunchMessage& message)
+void PendingLaunches::append(const LaunchMessage& message)
 {
     const qint64 added = sizeOf(message);
     if (size + added > maxSize)
@@ -92,7 +93,7 @@ void Inbox::append(const LaunchMessage& message)
     connectBack(messages.last());
 }
 
-void Inbox::join(const Received& received)
+void PendingLaunches::join(const Received& received)
 {
     const auto isSame = [&received](const Incomplete& each) {
         return each.message.id == received.message.id;
@@ -118,7 +119,7 @@ void Inbox::join(const Received& received)
         refuseOldestIncomplete();
 }
 
-void Inbox::refuse(const LaunchMessage& message)
+void PendingLaunches::refuse(const LaunchMessage& message)
 {
     if (!std::exchange(isRefusing, true))
         qWarning("HostKit: launches are refused, since 64 MiB of arguments wait already");
@@ -129,20 +130,20 @@ void Inbox::refuse(const LaunchMessage& message)
 }
 
 /* It was killed half-way, or is hostile. */
-void Inbox::refuseOldestIncomplete()
+void PendingLaunches::refuseOldestIncomplete()
 {
     const Incomplete oldest = incomplete.takeFirst();
     incompleteSize -= oldest.size;
     refuse(oldest.message);
 }
 
-bool Inbox::isEmpty()
+bool PendingLaunches::isEmpty()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     return messages.isEmpty();
 }
 
-LaunchMessage Inbox::takeFirst()
+LaunchMessage PendingLaunches::takeFirst()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     LaunchMessage message = messages.takeFirst();
@@ -151,7 +152,7 @@ LaunchMessage Inbox::takeFirst()
     return message;
 }
 
-QList<LaunchMessage> Inbox::takeAll()
+QList<LaunchMessage> PendingLaunches::takeAll()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     size = 0;
@@ -159,7 +160,7 @@ QList<LaunchMessage> Inbox::takeAll()
 }
 
 /* Returns whether it arrived in time. */
-bool Inbox::sendMark(quint16 port, const QDeadlineTimer& deadline)
+bool PendingLaunches::sendMark(quint16 port, const QDeadlineTimer& deadline)
 {
     if (!sendList(markedList(mark), port))
         return false;
@@ -169,7 +170,7 @@ bool Inbox::sendMark(quint16 port, const QDeadlineTimer& deadline)
                             [this] { return marks >= marksSent; });
 }
 
-bool Inbox::flush(quint16 port)
+bool PendingLaunches::flush(quint16 port)
 {
     const QDeadlineTimer deadline(flushTimeout);
     int seen = countArrived();
@@ -182,7 +183,7 @@ bool Inbox::flush(quint16 port)
     return true;
 }
 
-int Inbox::countArrived()
+int PendingLaunches::countArrived()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     return allArrived;
