@@ -3,11 +3,8 @@
 #include "AtomicFile.h"
 #include "Directories.h"
 
-#include <TrvUtilities/Logging.h>
-
 #include <QtCore/QFile>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -27,19 +24,6 @@ QString pathOf(const QString& group, const QString& key)
 {
     return HostKit::configDirectory() + QLatin1Char('/') + HostKit::asFileName(group)
         + QLatin1Char('/') + HostKit::asFileName(key);
-}
-
-void reportOnce(const QString& path, int reason)
-{
-    static std::atomic_flag reported = ATOMIC_FLAG_INIT;
-    if (torvane::GetLoggerLevel() > torvane::LogLevel::Warning)
-        return;
-    const auto& sink = torvane::GetLoggerDelegate();
-    if (sink && !reported.test_and_set()) {
-        const QString line = QStringLiteral("Settings: cannot write %1: %2")
-                                 .arg(path, QString::fromLocal8Bit(std::strerror(reason)));
-        sink(torvane::LogLevel::Warning, line.toStdWString());
-    }
 }
 
 } // namespace
@@ -68,7 +52,7 @@ void Settings::setValue(const QString& group, const QString& key, const QVariant
     const QString path = pathOf(group, key);
     if (HostKit::replaceFile(path, value.toString().toUtf8()))
         return;
-    reportOnce(path, errno);
+    qWarning("HostKit: cannot write %s: %s", qPrintable(path), std::strerror(errno));
     ::unlink(QFile::encodeName(path).constData()); // on a full disk not even 0 can be written
 }
 

@@ -177,8 +177,8 @@ public:
 
         A list holds the arguments of one launch, without the program path. A process without
         arguments sends one string of a single space. The inbox has no limit, and the end of the
-        server does not clear it. Lists are in the order in which their connections were read. That
-        is the order of the launches, unless the server was held up while they arrived.
+        server does not clear it. Lists are in the order in which their connections were read. Those
+        that arrive while the server thread is busy may change their order.
 
         Call it from any thread. Takes constant time. Nobody holds its lock for more than one
         append, copy or swap. While a copy is in use, the next append copies the list of lists.

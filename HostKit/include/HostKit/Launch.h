@@ -53,9 +53,9 @@ enum class Positionals {
     The master may run in another folder. Therefore the launch makes file names absolute, for the
     master and for the application object of this process:
     - A relative name is completed with the working folder.
-    - A file URL becomes a path.
+    - A file URL of this machine becomes a path.
     - Another URI, such as mailto:someone, is not changed, unless a file has that name. A URI begins
-      with a scheme of two letters or more, and a colon.
+      with a scheme of two characters or more, and a colon.
 
     Options of Qt's own, such as -platform, are not handed over. The application object still gets
     them. If the parser knows an option of the same name, it is the application's.
@@ -77,10 +77,11 @@ public:
         arguments are file names. So is everything after "--".
 
         Blocks for some milliseconds. At worst it waits 10 s for earlier launches, 2 s for a master
-        that cannot be reached, 90 s for one whose queue fills up just before the hand-off, and 4 s
-        for the desktop. With OptionRole::Wait it blocks until the answer comes.
+        that cannot be reached, 90 s for one whose queue fills up just before a hand-off, and 4 s for
+        the desktop. Long arguments take several hand-offs. With OptionRole::Wait it blocks until the answer comes.
 
-        Hands nothing over if \a application is empty, or if an application object exists already.
+        Hands nothing over if \a application is empty. Does nothing, with a warning, if an application
+        object exists already.
     */
     Launch(int argc, char** argv, const QString& organisation, const QString& application);
 
@@ -99,6 +100,10 @@ public:
            QCommandLineParser& parser, const OptionRoles& roles = {},
            Positionals positionals = Positionals::FileNames);
 
+    /*!
+        If no session was built, and other launches have left their arguments meanwhile, starts the
+        application again for them, by a session's default command.
+    */
     ~Launch();
     Q_DISABLE_COPY_MOVE(Launch)
 
@@ -107,14 +112,17 @@ public:
         - if a master has the arguments or will get them;
         - if a file name is relative and the working folder was removed, as a message on standard
           error says;
-        - if a session started this process for launches that another process has taken.
+        - if this process was started only to receive launches that were left, and need not.
     */
     bool isDone() const;
 
     /*!
-        Returns what main() must return if isDone(): 0; 1 if a file name cannot be made absolute, or
-        if the launch finds no place for the socket on which it waits; after a wait the exit code of
-        the answer, 1 if the master died without one, or 130 after a signal.
+        Returns what main() must return if isDone():
+        - 1 if a file name cannot be made absolute;
+        - after a wait: the exit code of the answer, 1 if the master died without one, 130 after a
+          signal;
+        - 1 if the launch must wait, but finds no place for the socket on which it listens;
+        - otherwise 0.
     */
     int exitCode() const;
 

@@ -51,7 +51,8 @@ HOSTKIT_EXPORT void writeToStandardError(LogLevel level, const QString& text);
 
 /*!
     If \a on is true, Qt's own messages, such as those of qWarning(), go to the log. Otherwise they
-    go where they went before. HostKit's warnings are such messages. The application's thread.
+    go where they went before. HostKit's own warnings are such messages; the lines of the hand-off
+    are not. The application's thread.
 */
 HOSTKIT_EXPORT void catchQtMessages(bool on);
 

@@ -6,7 +6,8 @@ namespace HostKit {
 
 /*!
     Makes SIGTERM, SIGINT and SIGHUP quit the application by QCoreApplication::quit(), so that a
-    logout or `systemctl stop` loses nothing.
+    logout or `systemctl stop` loses nothing. With Qt 6, that closes the windows first, and a window
+    may refuse.
 
     \code
     QApplication application(launch.argc(), launch.argv());
