@@ -68,12 +68,14 @@ void end(Process& master, const QString& command, bool isStopped)
     const bool byKeys = command == "close" && qEnvironmentVariableIsSet("DISPLAY");
     const QStringList close = {"key", "alt+F4"}; // by the window manager
     QVERIFY(!isStopped || master.stop());
-    if (byKeys)
+    if (byKeys) {
         output("xdotool", close);
-    else if (command == "TERM")
-        output("sh", {"-c", "kill $0 && kill $0", master.id()});
-    else
+    } else if (command == "TERM") { // one request often comes as two signals
+        master.signal(SIGTERM);
+        master.signal(SIGTERM);
+    } else {
         master.command(command.toUtf8());
+    }
     QTest::qWait(random(isStopped ? 60 : 1));
     master.signal(SIGCONT);
     if (byKeys && master.waitForLine("ends").isEmpty()) // the key is lost while the focus moves
@@ -402,16 +404,15 @@ private Q_SLOTS:
     /* Each with a code of its own, while something happens to the master or to one of them. */
     void endsEachWait()
     {
-        using Event = std::pair<const char*, int>; // $0 is the master; how many answers it may cost
-        const std::array events = {Event("true", 0), Event("kill -KILL $0", 10),
-                                   Event("kill $0", 10), Event("kill -STOP $0; kill -CONT $0", 0),
-                                   Event("kill -KILL $1", 1)};
+        using Event = std::pair<int, int>; // to the master, and how many answers it may cost
+        const std::array events = {Event(SIGCONT, 0), Event(SIGKILL, 10), Event(SIGTERM, 10),
+                                   Event(SIGSTOP, 0), Event(0, 1)};
         const int rounds =
             std::max(int(events.size()), qEnvironmentVariableIntValue("WAIT_ROUNDS"));
         int answered = 0;
         for (int round = 0; round < rounds; ++round) {
             family.emplace();
-            const auto& [command, maxLost] = events.at(size_t(round) % events.size());
+            const auto& [signal, maxLost] = events.at(size_t(round) % events.size());
             const auto master = launchMaster();
             qputenv("SHAPE", "closing");
             std::vector<Launch> waiting;
@@ -419,12 +420,14 @@ private Q_SLOTS:
                 waiting.push_back(launch({"--wait", QString("/code%1").arg(code)}));
             qunsetenv("SHAPE"); // of a process that the master starts
             QTest::qWait(random(60));
-            output("sh", {"-c", command, master->id(), waiting.front()->id()});
+            master->signal(signal);
+            if (signal == 0)
+                waiting.front()->kill();
+            master->signal(SIGCONT);
             int lost = 0;
             for (const Launch& each : waiting) {
-                const auto isMaster = [&] {
-                    return family->isMaster(*each);
-                }; // it waits for nobody
+                // Then it waits for nobody.
+                const auto isMaster = [&] { return family->isMaster(*each); };
                 QVERIFY(QTest::qWaitFor([&] { return each->hasEnded() || isMaster(); }, 20000));
                 const QString code = each->arguments().last().section("code", 1);
                 lost += !isMaster() && each->exitCode() != code.toInt();
