@@ -110,7 +110,7 @@ exec_as_user sway -c "$home/sway.conf" >"$home/sway.log" 2>&1 &
 started="$! $started"
 until_true test -S "$home/wayland-1" || { cat "$home/sway.log" >&2; exit 1; }
 # A keyboard that stays: one that goes after each key would be gone before a program listens to it.
-exec_as_user wtype -s 600000 &
+exec_as_user wtype -s 3600000 &
 started="$! $started"
 exec_as_user python3 "$home/wayland-launcher.py" <"$home/ask" >"$home/tokens" 2>"$home/launcher.log" &
 launcher=$!

@@ -140,11 +140,8 @@ private Q_SLOTS:
     void bringsNoOtherWindowForward()
     {
         windowOwners = {6, gone, 5};
-        for (const bool isKnown : {true, false}) {
-            if (isKnown)
-                ScriptedHost::state()->settings["MasterPid"] = 7u;
-            else
-                ScriptedHost::state()->settings.remove("MasterPid");
+        for (const QVariant& master : {QVariant(7u), QVariant()}) {
+            ScriptedHost::state()->settings["MasterPid"] = master;
             bringMasterToForeground();
             QCOMPARE(ScriptedHost::takeLog(),
                      QStringList({"window 0 visited", "window 1 visited", "window 2 visited"}));

@@ -151,13 +151,10 @@ private Q_SLOTS:
             ::kill(server, SIGCONT);
         });
         ::kill(server, SIGSTOP); // does not answer
-        QElapsedTimer timer;
-        timer.start();
         const auto second = launch({"/a"});
         QCOMPARE(master->waitForLine("list .*"), "list /a");
         QVERIFY(HostKit::LaunchLock(5000).isTaken()); // no launch waits for the server
         QCOMPARE(second->waitForEnd(), QStringList("state 2"));
-        QVERIFY(timer.elapsed() < 15000); // two seconds, if the machine is not busy
         qputenv("DISPLAY", ":4242"); // does not exist
         QCOMPARE(launched("/b"), "state 2");
         QCOMPARE(master->waitForLine("list .*"), "list /b");

@@ -238,8 +238,7 @@ private Q_SLOTS:
     {
         QVERIFY(QDir().mkpath(
             QFileInfo(configDirectory()).path())); // a file takes the place of the folder
-        QVERIFY(contentOf(configDirectory()).isEmpty()
-                && QFile(configDirectory()).open(QFile::WriteOnly));
+        QVERIFY(QFile(configDirectory()).open(QFile::WriteOnly));
         qunsetenv("XDG_RUNTIME_DIR");
         QCOMPARE(warningsOf([] { QCOMPARE(spool(launchesOf({{"A"}})), QString()); }), 1);
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(home->path()));
@@ -426,10 +425,7 @@ private Q_SLOTS:
                     idle->request();
             });
             idle->request();
-            QElapsedTimer timer;
-            timer.start();
-            QTRY_COMPARE_WITH_TIMEOUT(left, 0, 20000);
-            QVERIFY(timer.elapsed() < 10000); // one or two seconds
+            QTRY_COMPARE_WITH_TIMEOUT(left, 0, 10000); // one or two seconds
         }
     }
 

@@ -51,6 +51,8 @@ int runApplication()
     WaitForSingleObject(lock, INFINITE);
     const SingleInstanceState state = startSingleInstance();
     ReleaseMutex(lock);
+    if (state == SingleInstanceStateMaster)
+        openWindow();
     say("state " + QString::number(state));
     const auto entry = Core::ObjectsPool::getInstance().find(
         SingleInstanceController::staticMetaObject.className(), false);
@@ -62,7 +64,6 @@ int runApplication()
     if (controller) {
         QObject::connect(controller, &SingleInstanceController::messageReceived, qApp, showAll);
         showAll();
-        openWindow();
     }
     const int result = controller ? runUntilInputEnds() : 0;
     stopSingleInstance();

@@ -116,8 +116,8 @@ Decision decideForSpool(FileLock launchLock)
 
 Decision decide(const LaunchMessage& launch)
 {
-    const bool startedForSpool = isSuccessor();
-    forgetSuccessor();
+    static bool isFirst = true; // a later session of a successor is an ordinary one
+    const bool startedForSpool = std::exchange(isFirst, false) && isSuccessor();
     FileLock launchLock = takeLaunchLock();
     if (startedForSpool)
         return decideForSpool(std::move(launchLock));

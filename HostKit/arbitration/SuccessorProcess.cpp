@@ -11,43 +11,27 @@ namespace HostKit {
 
 namespace {
 
-constexpr auto variable = "HOSTKIT_STARTED_FOR"; // holds the lines of a Note
+constexpr auto variable = "HOSTKIT_STARTED_FOR"; // holds a note to the successor
 constexpr qint64 shortTime = 60; // s
 constexpr int maxInARow = 10;
 
-/* What a process tells its successor. */
-struct Note {
-    QString folder; // the application's
-    qint64 time = 0; // of the start, in seconds since the epoch
-    int number = 0; // of this successor in a row
-};
+/*
+ * The note with which this process was started, in three lines: its number in a row, the time in
+ * seconds since the epoch, and the application's folder. It leaves the environment when the library
+ * is loaded. So no process that this one starts takes itself for a successor.
+ */
+const QByteArray ownNote = [] {
+    QByteArray given = qgetenv(variable);
+    qunsetenv(variable);
+    return given;
+}();
 
-qint64 now()
+/* Returns the number of this process in a row, or 0. */
+int ownNumber()
 {
-    return QDateTime::currentSecsSinceEpoch();
-}
-
-QString packed(const Note& note)
-{
-    return QStringLiteral("%1\n%2\n%3").arg(note.number).arg(note.time).arg(note.folder);
-}
-
-Note unpacked(const QByteArray& text)
-{
-    const QStringList lines = QString::fromLocal8Bit(text).split(QLatin1Char('\n'));
-    return {lines.value(2), lines.value(1).toLongLong(), lines.value(0).toInt()};
-}
-
-/* The note with which this process was started. */
-Note& ownNote()
-{
-    static Note note;
-    return note;
-}
-
-bool isRecent(const Note& note)
-{
-    return qAbs(now() - note.time) <= shortTime;
+    const QList<QByteArray> lines = ownNote.split('\n');
+    const qint64 age = QDateTime::currentSecsSinceEpoch() - lines.value(1).toLongLong();
+    return qAbs(age) <= shortTime ? lines.value(0).toInt() : 0;
 }
 
 } // namespace
@@ -62,13 +46,15 @@ QStringList defaultRestartCommand()
 
 bool startSuccessor(const QStringList& command)
 {
-    const int number = isRecent(ownNote()) ? ownNote().number : 0;
     QProcess process;
     process.setProgram(command.first());
     process.setArguments(command.mid(1));
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QString::fromLatin1(variable),
-                       packed({configDirectory(), now(), number + 1}));
+                       QStringLiteral("%1\n%2\n%3")
+                           .arg(ownNumber() + 1)
+                           .arg(QDateTime::currentSecsSinceEpoch())
+                           .arg(configDirectory()));
     // No launcher waits for the successor, and the token of this process is used up.
     environment.remove(QStringLiteral("DESKTOP_STARTUP_ID"));
     environment.remove(QStringLiteral("XDG_ACTIVATION_TOKEN"));
@@ -78,27 +64,17 @@ bool startSuccessor(const QStringList& command)
 
 bool isSuccessor()
 {
-    if (!qEnvironmentVariableIsSet(variable))
-        return false;
-    const Note note = unpacked(qgetenv(variable));
-    return note.folder == configDirectory() && isRecent(note);
-}
-
-void forgetSuccessor()
-{
-    if (qEnvironmentVariableIsSet(variable))
-        ownNote() = unpacked(qgetenv(variable));
-    qunsetenv(variable);
+    return ownNumber() > 0 && ownNote.endsWith('\n' + configDirectory().toLocal8Bit());
 }
 
 bool wasSuccessor()
 {
-    return ownNote().number > 0;
+    return !ownNote.isEmpty();
 }
 
 bool isLastSuccessor()
 {
-    return isRecent(ownNote()) && ownNote().number >= maxInARow;
+    return ownNumber() >= maxInARow;
 }
 
 } // namespace HostKit

@@ -24,10 +24,7 @@ bool startSuccessor(const QStringList& command);
 */
 bool isSuccessor();
 
-/*! Removes the note from the environment: processes that this one starts are not successors. */
-void forgetSuccessor();
-
-/*! Returns whether this process was started as a successor, after forgetSuccessor(). */
+/*! Returns whether this process was started as a successor, at any time. */
 bool wasSuccessor();
 
 /*!

@@ -32,7 +32,7 @@ QList<QStringList> chunksOf(const LaunchMessage& message);
 /*! Returns what \a chunks carry, by their numbers. */
 Received joined(const QMap<int, QString>& chunks);
 
-/*! Returns a list that a process sends to itself, to find out whether it has received everything. */
+/*! Returns a list that a process sends to itself, to find out whether all has arrived. */
 QStringList markedList(const QString& mark);
 
 /*!

@@ -12,32 +12,17 @@
 
 namespace HostKit {
 
-namespace {
-
-QMetaMethod argumentsSignal()
+bool InstanceSessionPrivate::isConnected() const
 {
-    return QMetaMethod::fromSignal(&InstanceSession::argumentsReceived);
-}
-
-QMetaMethod launchSignal()
-{
-    return QMetaMethod::fromSignal(&InstanceSession::launchReceived);
-}
-
-} // namespace
-
-bool InstanceSessionPrivate::hasReceiver() const
-{
-    static const auto arguments = argumentsSignal();
-    static const auto launch = launchSignal();
-    return (session.isSignalConnected(arguments) || session.isSignalConnected(launch))
-        && !session.signalsBlocked();
+    static const auto arguments = QMetaMethod::fromSignal(&InstanceSession::argumentsReceived);
+    static const auto launch = QMetaMethod::fromSignal(&InstanceSession::launchReceived);
+    return session.isSignalConnected(arguments) || session.isSignalConnected(launch);
 }
 
 /* One launch an iteration: a slot may quit, or run a loop of its own that delivers the next one. */
 void InstanceSessionPrivate::deliver()
 {
-    if (!pending || pending->isEmpty() || !hasReceiver())
+    if (!pending || pending->isEmpty() || !isConnected() || session.signalsBlocked())
         return;
     hasDelivered = true;
     const LaunchMessage message = pending->takeFirst();
@@ -58,11 +43,9 @@ void InstanceSessionPrivate::deliver()
         Q_EMIT receiver->argumentsReceived(launch.arguments());
 }
 
-void InstanceSession::connectNotify(const QMetaMethod& signal)
+void InstanceSession::connectNotify(const QMetaMethod& /*signal*/)
 {
-    if (signal != argumentsSignal() && signal != launchSignal())
-        return;
-    d->wasConnected = true;
+    d->wasConnected = d->wasConnected || d->isConnected();
     d->idle.request();
 }
 

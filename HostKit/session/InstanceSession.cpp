@@ -127,7 +127,8 @@ void InstanceSessionPrivate::start(Decision decision)
     if (SingleInstanceController* const controller = findController()) {
         becomeMaster(*controller);
     } else if (state == SingleInstanceStateFailed) {
-        qWarning("HostKit: this process cannot become master: the log says why");
+        qWarning("HostKit: this process cannot become master: it may not write the settings, or "
+                 "finds no port");
     } else if (state == SingleInstanceStateSecondary) { // but start() had no arguments to hand over
         qWarning("HostKit: a process without a session became the master at this moment");
         state = SingleInstanceStateFailed;

@@ -26,11 +26,12 @@ public:
     void open();
     void deliver();
     void close();
+    bool isConnected() const; // a slot, to one of the signals
 
     SingleInstanceState state = SingleInstanceStateFailed;
     QStringList restartCommand;
     IdleIteration idle;
-    bool wasConnected = false; // a slot, to one of the signals
+    bool wasConnected = false;
 
 private:
     const char* obstacle() const;
@@ -38,7 +39,6 @@ private:
     void decideAlone();
     void start(Decision decision);
     void becomeMaster(SingleInstance::SingleInstanceController& controller);
-    bool hasReceiver() const;
     QList<LaunchMessage> stopMaster();
     void startAnother() const;
     static void closeAtExit();

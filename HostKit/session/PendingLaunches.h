@@ -24,8 +24,8 @@ namespace HostKit {
 
     In the master's server thread, this object empties the controller's inbox as that fills, joins
     the chunks of a launch, and connects to launches that wait for an answer. So everything that
-    arrives before that thread ends outlives the controller. It keeps 64 MiB and refuses what exceeds that, with a
-    warning. Any thread.
+    arrives before that thread ends outlives the controller. It keeps 64 MiB and refuses what
+    exceeds that, with a warning. Any thread.
 */
 class PendingLaunches {
 public:
@@ -33,8 +33,9 @@ public:
     explicit PendingLaunches(const QList<LaunchMessage>& older);
 
     /*!
-        Makes \a pending take all lists of \a controller, present and future. Calls \a arrived in the
-        server thread after each future one. Keeps \a pending for as long as the controller lives.
+        Makes \a pending take all lists of \a controller, present and future. Calls \a arrived in
+        the server thread after each future one. Keeps \a pending for as long as the controller
+        lives.
     */
     static void fillFrom(SingleInstance::SingleInstanceController& controller,
                          const std::shared_ptr<PendingLaunches>& pending,

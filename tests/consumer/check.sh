@@ -6,7 +6,6 @@ XDG_CONFIG_HOME=$(mktemp -d)
 export XDG_CONFIG_HOME
 trap 'rm -rf "$XDG_CONFIG_HOME"' EXIT
 
-[ "$("$1/bin/application")" = "state 1" ]
 "$1/bin/functions"
 # One session in a process, whichever copy of the library it belongs to.
 plugin=$(find "$1" -name 'libplugin.so')
@@ -19,6 +18,6 @@ if [ "$2" = static ] && nm -DC --defined-only "$plugin" "$1/bin/host" | grep -v 
     exit 1
 fi
 "$1/bin/own_host"
-ours=$(ldd "$1/bin/application" | grep -c 'libHostKit\|libSingleInstance' || true)
+ours=$(ldd "$1/bin/host" | grep -c 'libHostKit\|libSingleInstance' || true)
 if [ "$2" = shared ]; then expected=1; else expected=0; fi
-[ "$ours" = "$expected" ] || { ldd "$1/bin/application"; exit 1; }
+[ "$ours" = "$expected" ] || { ldd "$1/bin/host"; exit 1; }

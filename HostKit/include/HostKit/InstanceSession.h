@@ -36,16 +36,16 @@ class InstanceSessionPrivate;
     - Launches decide one after another. Two first launches cannot both become master.
     - A lock that the kernel releases tells whether a master lives. After a crash, launches do not
       hand their arguments to another process that listens on the recorded port.
-    - Launches usually wait no longer than two seconds for a master that cannot be reached. The first
-      of them takes its place. Launch says how long it waits at worst.
-    - No launch is lost before the application connects to the signal, or while it quits. What it has
-      not received goes to the next process.
+    - Launches usually wait no longer than two seconds for a master that cannot be reached. The
+      first of them takes its place. Launch says how long it waits at worst.
+    - No launch is lost before the application connects to the signal, or while it quits. What it
+      has not received goes to the next process.
 
     Build the session after the application object, with organisation and application name set. Use
     it only in that object's thread. It may be a child of a window, and a slot may delete it. With a
-    session, do not call startSingleInstance() or stopSingleInstance(), and do not take messages from
-    the controller. All versions of an application that may run side by side must have a session. If a master has none,
-    sessions treat it as crashed.
+    session, do not call startSingleInstance() or stopSingleInstance(), and do not take messages
+    from the controller. All versions of an application that may run side by side must have a
+    session. If a master has none, sessions treat it as crashed.
 
     A forked child that does not call exec() keeps the port, the locks, and the connections to
     launches that wait for an answer, as long as it lives. If the application crashes meanwhile,
@@ -59,8 +59,8 @@ class HOSTKIT_EXPORT InstanceSession : public QObject {
 public:
     /*!
         Starts the session. If the Launch found no master that can be reached, this process becomes
-        the master. That usually takes a millisecond. If the master lives in another network namespace, the
-        state is Failed.
+        the master. That usually takes a millisecond. If the master lives in another network
+        namespace, the state is Failed.
 
         Without a Launch, the session decides by itself, and blocks as a Launch does: it hands over
         and raises the master's window, or becomes the master.
@@ -80,8 +80,8 @@ public:
         Returns what this process is. It stays the same when the session ends.
 
         - Master: it receives what other launches hand over.
-        - Secondary: a master has the arguments, or will get them; or this process was started only to
-          receive launches that were left, and need not. Return from main(). With a Launch this
+        - Secondary: a master has the arguments, or will get them; or this process was started for
+          launches that were left, and has nothing to do. Return from main(). With a Launch this
           happens only if main() ignores Launch::isDone().
         - Failed: it receives nothing. A warning said why: for example, the settings cannot be
           written, or the master lives in another network namespace. The application decides what to

@@ -77,11 +77,12 @@ public:
         arguments are file names. So is everything after "--".
 
         Blocks for some milliseconds. At worst it waits 10 s for earlier launches, 2 s for a master
-        that cannot be reached, 90 s for one whose queue fills up just before a hand-off, and 4 s for
-        the desktop. Long arguments take several hand-offs. With OptionRole::Wait it blocks until the answer comes.
+        that cannot be reached, 90 s for one whose queue fills up just before a hand-off, and 4 s
+        for the desktop. Long arguments take several hand-offs. With OptionRole::Wait it blocks
+        until the answer comes.
 
-        Hands nothing over if \a application is empty. Does nothing, with a warning, if an application
-        object exists already.
+        Hands nothing over if \a application is empty. Does nothing, with a warning, if an
+        application object exists already.
     */
     Launch(int argc, char** argv, const QString& organisation, const QString& application);
 
@@ -112,7 +113,7 @@ public:
         - if a master has the arguments or will get them;
         - if a file name is relative and the working folder was removed, as a message on standard
           error says;
-        - if this process was started only to receive launches that were left, and need not.
+        - if this process was started for launches that were left, and has nothing to do.
     */
     bool isDone() const;
 

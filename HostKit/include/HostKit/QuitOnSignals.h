@@ -16,8 +16,8 @@ namespace HostKit {
 
     Call it once, after the application object is built, in that object's thread. If a signal comes
     before the event loop runs, the loop quits as soon as it starts. Signals of the same kind count
-    as one for one to two seconds, since one request often sends two. A later one ends the process as
-    if this function had not been called. A signal that the process ignores stays ignored: nohup,
+    as one for one to two seconds, since one request often sends two. A later one ends the process
+    as if this function had not been called. A signal that the process ignores stays ignored: nohup,
     for example, ignores SIGHUP.
 
     Returns false if there is no application object, if it was called before, or if the system
